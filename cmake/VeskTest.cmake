@@ -1,0 +1,33 @@
+# vesk_add_test(NAME name SOURCES file... LIBRARIES target...
+#               [RESOURCE_LOCK lock...] [LABELS label...] [NO_MAIN])
+#
+# Builds the GoogleTest executable `name` and registers each of its tests with ctest as
+# "name.Suite.Test".
+#
+# RESOURCE_LOCK  Tests that share a lock never run at the same time. "vesk-device" is the lock of
+#                every test that needs TCP port 5002 or the System V key 1234.
+# LABELS         "threaded" marks tests that are worth running under the thread sanitizer.
+# NO_MAIN        The sources, or a library, bring their own main(); otherwise GoogleMock's is used.
+function(vesk_add_test)
+    cmake_parse_arguments(PARSE_ARGV 0 TEST "NO_MAIN" "NAME" "SOURCES;LIBRARIES;RESOURCE_LOCK;LABELS")
+    if(NOT TEST_NAME OR NOT TEST_SOURCES OR TEST_UNPARSED_ARGUMENTS)
+        message(FATAL_ERROR "vesk_add_test: NAME and SOURCES are needed; "
+                            "not understood: \"${TEST_UNPARSED_ARGUMENTS}\"")
+    endif()
+
+    add_executable(${TEST_NAME} ${TEST_SOURCES})
+    target_link_libraries(${TEST_NAME} PRIVATE ${TEST_LIBRARIES} GTest::gmock GTest::gtest)
+    if(NOT TEST_NO_MAIN)
+        target_link_libraries(${TEST_NAME} PRIVATE GTest::gmock_main)
+    endif()
+
+    # A list is one property value only when its separators survive until ctest reads them.
+    string(REPLACE ";" "\\;" labels "${TEST_LABELS}")
+    string(REPLACE ";" "\\;" locks "${TEST_RESOURCE_LOCK}")
+    gtest_discover_tests(${TEST_NAME}
+        TEST_PREFIX "${TEST_NAME}."
+        DISCOVERY_MODE PRE_TEST
+        DISCOVERY_TIMEOUT 60
+        PROPERTIES TIMEOUT 120 LABELS "${labels}" RESOURCE_LOCK "${locks}"
+    )
+endfunction()
