@@ -21,13 +21,29 @@ function(vesk_add_test)
         target_link_libraries(${TEST_NAME} PRIVATE GTest::gmock_main)
     endif()
 
-    # A list is one property value only when its separators survive until ctest reads them.
-    string(REPLACE ";" "\\;" labels "${TEST_LABELS}")
-    string(REPLACE ";" "\\;" locks "${TEST_RESOURCE_LOCK}")
     gtest_discover_tests(${TEST_NAME}
         TEST_PREFIX "${TEST_NAME}."
         DISCOVERY_MODE PRE_TEST
         DISCOVERY_TIMEOUT 60
-        PROPERTIES TIMEOUT 120 LABELS "${labels}" RESOURCE_LOCK "${locks}"
+        PROPERTIES TIMEOUT 120
     )
+
+    # gtest_discover_tests cannot pass a property that is a list, so ctest sets these itself once it
+    # has found the tests.
+    set(properties "")
+    if(TEST_LABELS)
+        string(APPEND properties " LABELS \"${TEST_LABELS}\"")
+    endif()
+    if(TEST_RESOURCE_LOCK)
+        string(APPEND properties " RESOURCE_LOCK \"${TEST_RESOURCE_LOCK}\"")
+    endif()
+    if(properties)
+        set(script "${CMAKE_CURRENT_BINARY_DIR}/${TEST_NAME}_properties.cmake")
+        file(WRITE "${script}"
+            "if(${TEST_NAME}_TESTS)\n"
+            "    set_tests_properties(\${${TEST_NAME}_TESTS} PROPERTIES${properties})\n"
+            "endif()\n"
+        )
+        set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${script}")
+    endif()
 endfunction()
