@@ -11,7 +11,7 @@ namespace platform {
 /// One loudspeaker of the device.
 struct Speaker {
     QString name;
-    unsigned type{0}; ///< 4: counted apart from the others (bass management)
+    unsigned type{0};  ///< 4: counted apart from the others (bass management)
     unsigned groupId{0};
 };
 
@@ -20,27 +20,27 @@ struct DeviceDescription {
     // Identity.
     QString manufacturer;
     QString deviceName;
-    QString productShortName; ///< also the model name
-    QString uuidNamespace;    ///< a UUID, the namespace of the device's own UUID
-    QString ethernetMac;      ///< "aa:bb:cc:dd:ee:ff"
+    QString productShortName;  ///< also the model name
+    QString uuidNamespace;     ///< a UUID, the namespace of the device's own UUID
+    QString ethernetMac;       ///< "aa:bb:cc:dd:ee:ff"
 
     // Calibration.
     QList<Speaker> speakers;
     QStringList microphones;
     unsigned numberOfSlots{8};
-    int stimuliSampleRate{48000};            ///< Hz
-    std::optional<unsigned> stimuliChannels; ///< none: one per speaker
+    int stimuliSampleRate{48000};             ///< Hz
+    std::optional<unsigned> stimuliChannels;  ///< none: one per speaker
     int ipcKey{0};
-    QString micDeviceName;         ///< an ALSA name
-    int micRecordSampleRate{48000}; ///< Hz
-    bool disableShmUpdate{false};  ///< the DSP image stays as it is
+    QString micDeviceName;           ///< an ALSA name
+    int micRecordSampleRate{48000};  ///< Hz
+    bool disableShmUpdate{false};    ///< the DSP image stays as it is
 
     // Playback.
-    QList<double> volumeMap; ///< dB, quietest first, not empty
+    QList<double> volumeMap;  ///< dB, quietest first, not empty
 
     // The process.
-    QString stateDirectory; ///< holds the settings; empty: settings live in memory only
-    QString listenAddress{QStringLiteral("0.0.0.0")}; ///< of the calibration server
+    QString stateDirectory;  ///< holds the settings; empty: settings live in memory only
+    QString listenAddress{QStringLiteral("0.0.0.0")};  ///< of the calibration server
 };
 
-} // namespace platform
+}  // namespace platform

@@ -32,4 +32,4 @@ private:
     const std::unique_ptr<Private> private_;
 };
 
-} // namespace platform
+}  // namespace platform

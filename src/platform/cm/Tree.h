@@ -18,9 +18,9 @@ namespace platform {
 /// A value that the device itself provides: no worker serves it.
 struct ProvidedValue {
     CMPath path;
-    VeskValue initial;           ///< empty: no value until somebody writes one
-    bool persistent{false};      ///< kept in the settings store; a stored value wins over `initial`
-    bool everyTransition{false}; ///< watchers see each change instead of skipping to the newest
+    VeskValue initial;       ///< empty: no value until somebody writes one
+    bool persistent{false};  ///< kept in the settings store; a stored value wins over `initial`
+    bool everyTransition{false};  ///< watchers see each change instead of skipping to the newest
 };
 
 /// What a node is, for tools.
@@ -38,4 +38,4 @@ struct NodeInfo {
     bool persistent{false};
 };
 
-} // namespace platform
+}  // namespace platform

@@ -9,8 +9,7 @@ public:
 
     /// An error with a generic name and a text for people.
     explicit CMError(const QString& text) : CMError(QStringLiteral("Error"), text) {}
-    CMError(const QString& name, const QString& text)
-    {
+    CMError(const QString& name, const QString& text) {
         insert(Name(), name);
         insert(Text(), text);
     }

@@ -13,8 +13,7 @@ public:
     bool isEmpty() const { return text_.isEmpty(); }
 
     /// The node `rest` below `prefix`: both texts joined by "/".
-    friend CMPath operator+(const CMPath& prefix, const CMPath& rest)
-    {
+    friend CMPath operator+(const CMPath& prefix, const CMPath& rest) {
         return CMPath(prefix.text_ + QLatin1Char('/') + rest.text_);
     }
 

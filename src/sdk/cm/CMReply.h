@@ -47,8 +47,7 @@ public:
     CMReply() = default;
 
     /// A reply that can be waited for.
-    static CMReply create()
-    {
+    static CMReply create() {
         CMReply reply;
         reply.createState();
         return reply;
@@ -60,13 +59,11 @@ public:
 
 /// A request's answer is itself a QVariant, which may be invalid: "done, nothing to say".
 template <>
-inline QVariant CMReply<QVariant>::value() const
-{
+inline QVariant CMReply<QVariant>::value() const {
     return answer();
 }
 
 template <>
-inline void CMReply<QVariant>::setValue(const QVariant& value) const
-{
+inline void CMReply<QVariant>::setValue(const QVariant& value) const {
     setAnswer(value);
 }

@@ -10,9 +10,7 @@ class CMSetDataRequest {
 public:
     CMSetDataRequest() = default;
     CMSetDataRequest(CMPath path, VeskValue value, CMReply<QVariant> reply)
-        : path_(std::move(path)), value_(std::move(value)), reply_(std::move(reply))
-    {
-    }
+        : path_(std::move(path)), value_(std::move(value)), reply_(std::move(reply)) {}
 
     const CMPath& path() const { return path_; }
     /// The new value, or the arguments of an action.

@@ -14,7 +14,7 @@
 /// Capacities of the image.
 struct DiracLimits {
     static constexpr std::size_t speakers = 10;
-    static constexpr std::size_t groups = 2; ///< variant 0: 48 kHz, variant 1: 44.1 kHz
+    static constexpr std::size_t groups = 2;  ///< variant 0: 48 kHz, variant 1: 44.1 kHz
     static constexpr std::size_t channels = 10;
     static constexpr std::size_t taps = 1024;
     static constexpr std::size_t biquads = 30;
@@ -55,21 +55,20 @@ struct DiracBiquad {
 
 /// The filter of one channel: FIR taps with parallel second-order sections, then delay and gain.
 struct DiracChannelFilter {
-    static constexpr std::array<float, DiracLimits::taps> unitImpulse()
-    {
+    static constexpr std::array<float, DiracLimits::taps> unitImpulse() {
         std::array<float, DiracLimits::taps> taps{};
         taps[0] = 1.0F;
         return taps;
     }
 
-    std::uint32_t filterEnabled{0}; ///< 0 or 1
+    std::uint32_t filterEnabled{0};  ///< 0 or 1
     std::uint32_t tapCount{1};
     std::uint32_t biquadCount{0};
     std::array<float, DiracLimits::taps> taps{unitImpulse()};
     std::array<DiracParallelBiquad, DiracLimits::biquads> biquads{};
-    std::uint32_t linearEnabled{0}; ///< 0 or 1
-    float delay{0};                 ///< ms
-    float gain{1.0F};               ///< dB when enabled
+    std::uint32_t linearEnabled{0};  ///< 0 or 1
+    float delay{0};                  ///< ms
+    float gain{1.0F};                ///< dB when enabled
 };
 
 /// One cell of a bass-control section.
@@ -77,15 +76,15 @@ struct DiracBassControlCell {
     std::uint32_t cellIdx{0};
     std::uint32_t inputIdx{0};
     std::uint32_t outputIdx{0};
-    std::array<DiracBiquad, DiracLimits::bassControlBiquads> biquads{}; ///< section type 0
-    std::uint32_t biquadCount{0};                                       ///< section type 0
-    std::int32_t delay{0};                                              ///< samples, other types
-    float gain{0};                                                      ///< dB, other types
+    std::array<DiracBiquad, DiracLimits::bassControlBiquads> biquads{};  ///< section type 0
+    std::uint32_t biquadCount{0};                                        ///< section type 0
+    std::int32_t delay{0};                                               ///< samples, other types
+    float gain{0};                                                       ///< dB, other types
 };
 
 struct DiracBassControlSection {
     std::uint32_t sectionIdx{0};
-    std::uint32_t type{0}; ///< 0: IIR, 1: delay and gain
+    std::uint32_t type{0};  ///< 0: IIR, 1: delay and gain
     std::uint32_t cellCount{0};
     std::array<DiracBassControlCell, DiracLimits::bassControlCells> cells{};
 };
@@ -96,17 +95,17 @@ using DiracSubSamplerBlock = std::array<char, DiracLimits::subSamplerBytes>;
 
 /// The image itself.
 struct DiracConfiguration {
-    std::int64_t timeStamp{0}; ///< ms since the Unix epoch; differs in each new image
+    std::int64_t timeStamp{0};  ///< ms since the Unix epoch; differs in each new image
     std::uint32_t speakerCount{0};
     std::array<DiracSpeaker, DiracLimits::speakers> speakers{};
     std::array<DiracChannelGroup, DiracLimits::groups> groups{};
     std::array<std::uint32_t, DiracLimits::rates> sampleRates{kDiracSubSamplerRates};
-    std::array<std::uint32_t, DiracLimits::rates> subSamplerSizes{}; ///< bytes, 0: none
+    std::array<std::uint32_t, DiracLimits::rates> subSamplerSizes{};  ///< bytes, 0: none
     std::array<DiracSubSamplerBlock, DiracLimits::rates> subSamplerData{};
     std::array<DiracBassControlBlock, DiracLimits::bassControlBlocks> bassControl{};
-    std::uint32_t bassControlPresent{0}; ///< 0 or 1
+    std::uint32_t bassControlPresent{0};  ///< 0 or 1
     std::uint32_t reserved{0};
-    std::uint8_t bypass{1}; ///< 1: no filter applies
+    std::uint8_t bypass{1};  ///< 1: no filter applies
     std::array<std::uint8_t, 3> padding{};
 };
 

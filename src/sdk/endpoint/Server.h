@@ -25,4 +25,4 @@ public:
 /// start, for example because the port is taken. The server holds a reference to the service.
 std::unique_ptr<Server> createServer(std::shared_ptr<grpc::Service> service, unsigned short port);
 
-} // namespace endpoint
+}  // namespace endpoint

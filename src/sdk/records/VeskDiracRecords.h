@@ -13,7 +13,7 @@ class VeskDiracSpeakerInfo : public VeskHash {
 public:
     using VeskHash::VeskHash;
     VESK_FIELD(QString, name, Name)
-    VESK_FIELD(unsigned, type, Type) // 4: counted apart from the others (bass management)
+    VESK_FIELD(unsigned, type, Type)  // 4: counted apart from the others (bass management)
     VESK_FIELD(unsigned, groupId, GroupId)
 };
 
@@ -28,15 +28,15 @@ public:
 class VeskDiracConfig : public VeskHash {
 public:
     using VeskHash::VeskHash;
-    VESK_FIELD(QVariantList, speakers, Speakers) // VeskDiracSpeakerInfo
-    VESK_FIELD(QVariantList, mics, Mics)         // VeskDiracMicsInfo
+    VESK_FIELD(QVariantList, speakers, Speakers)  // VeskDiracSpeakerInfo
+    VESK_FIELD(QVariantList, mics, Mics)          // VeskDiracMicsInfo
     VESK_FIELD(unsigned, numberOfSlots, NumberOfSlots)
-    VESK_FIELD(int, stimuliSampleRate, StimuliSampleRate)         // Hz
-    VESK_FIELD(unsigned, stimuliChannels, StimuliChannels)        // absent: one per speaker
+    VESK_FIELD(int, stimuliSampleRate, StimuliSampleRate)   // Hz
+    VESK_FIELD(unsigned, stimuliChannels, StimuliChannels)  // absent: one per speaker
     VESK_FIELD(int, ipcKey, IpcKey)
-    VESK_FIELD(QString, micDeviceName, MicDeviceName)             // an ALSA name
-    VESK_FIELD(int, micRecordSampleRate, MicRecordSampleRate)     // Hz
-    VESK_FIELD(bool, disableShmUpdate, DisableShmUpdate)          // the DSP image stays as it is
+    VESK_FIELD(QString, micDeviceName, MicDeviceName)          // an ALSA name
+    VESK_FIELD(int, micRecordSampleRate, MicRecordSampleRate)  // Hz
+    VESK_FIELD(bool, disableShmUpdate, DisableShmUpdate)       // the DSP image stays as it is
 };
 
 /// A parallel second-order section: (b0 + b1 z^-1) / (1 + a1 z^-1 + a2 z^-2).
@@ -65,9 +65,9 @@ class VeskDiracFiirParams : public VeskHash {
 public:
     using VeskHash::VeskHash;
     VESK_FIELD(bool, enabled, Enabled)
-    VESK_FIELD(QVariantList, taps, Taps) // double
+    VESK_FIELD(QVariantList, taps, Taps)  // double
     VESK_FIELD(int, tapSize, TapSize)
-    VESK_FIELD(QVariantList, biquads, Biquads) // VeskDiracPiirBiquad
+    VESK_FIELD(QVariantList, biquads, Biquads)  // VeskDiracPiirBiquad
     VESK_FIELD(int, biquadSize, BiquadSize)
 };
 
@@ -76,8 +76,8 @@ class VeskDiracLinearParams : public VeskHash {
 public:
     using VeskHash::VeskHash;
     VESK_FIELD(bool, enabled, Enabled)
-    VESK_FIELD(double, delay, Delay) // ms
-    VESK_FIELD(double, gain, Gain)   // dB
+    VESK_FIELD(double, delay, Delay)  // ms
+    VESK_FIELD(double, gain, Gain)    // dB
 };
 
 /// The filter of one channel.
@@ -95,10 +95,10 @@ public:
     VESK_FIELD(int, cellIdx, CellIdx)
     VESK_FIELD(int, inputIdx, InputIdx)
     VESK_FIELD(int, outputIdx, OutputIdx)
-    VESK_FIELD(QVariantList, iirs, Iirs) // VeskDiracIirBiquad
+    VESK_FIELD(QVariantList, iirs, Iirs)  // VeskDiracIirBiquad
     VESK_FIELD(int, numIirs, NumIirs)
-    VESK_FIELD(double, delay, Delay) // samples
-    VESK_FIELD(double, gain, Gain)   // dB
+    VESK_FIELD(double, delay, Delay)  // samples
+    VESK_FIELD(double, gain, Gain)    // dB
 };
 
 /// One of the five sections of bass control.
@@ -106,9 +106,9 @@ class VeskDiracBcParams : public VeskHash {
 public:
     using VeskHash::VeskHash;
     VESK_FIELD(int, sectionIdx, SectionIdx)
-    VESK_FIELD(int, type, Type) // 0: IIR, 1: delay and gain
+    VESK_FIELD(int, type, Type)  // 0: IIR, 1: delay and gain
     VESK_FIELD(int, numCells, NumCells)
-    VESK_FIELD(QVariantList, cells, Cells) // VeskDiracBcCells
+    VESK_FIELD(QVariantList, cells, Cells)  // VeskDiracBcCells
 };
 
 /// One filter slot.
@@ -119,18 +119,18 @@ public:
     VESK_FIELD(QString, name, Name)
     VESK_FIELD(QString, description, Description)
     VESK_FIELD(QString, filterTypeName, FilterTypeName)
-    VESK_FIELD(qint64, creationTime, CreationTime) // in the client's unit
-    VESK_FIELD(qint64, size, Size)                 // number of variants of the design
-    VESK_FIELD(QVariantList, params, Params)       // per variant a list of VeskDiracChannelParams
-    VESK_FIELD(QVariantList, bcParams, BcParams)   // per variant a list of VeskDiracBcParams
+    VESK_FIELD(qint64, creationTime, CreationTime)  // in the client's unit
+    VESK_FIELD(qint64, size, Size)                  // number of variants of the design
+    VESK_FIELD(QVariantList, params, Params)        // per variant a list of VeskDiracChannelParams
+    VESK_FIELD(QVariantList, bcParams, BcParams)    // per variant a list of VeskDiracBcParams
 };
 
 /// All slots, and what of them is in use.
 class VeskDiracSlotsList : public VeskHash {
 public:
     using VeskHash::VeskHash;
-    VESK_FIELD(int, activeSlot, ActiveSlot)            // -1: none
-    VESK_FIELD(QVariantList, slots_, Slots_)           // VeskDiracSlot
+    VESK_FIELD(int, activeSlot, ActiveSlot)   // -1: none
+    VESK_FIELD(QVariantList, slots_, Slots_)  // VeskDiracSlot
     VESK_FIELD(bool, delayGainEnabled, DelayGainEnabled)
     VESK_FIELD(bool, filteringEnabled, FilteringEnabled)
 };

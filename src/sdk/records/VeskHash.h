@@ -27,15 +27,14 @@ public:
     void remove(const QString& key) { hash_.remove(key); }
 
     const QVariantHash& hash() const { return hash_; }
-    operator QVariant() const { return hash_; } // NOLINT(google-explicit-constructor)
+    operator QVariant() const { return hash_; }  // NOLINT(google-explicit-constructor)
 
     friend bool operator==(const VeskHash& a, const VeskHash& b) { return a.hash_ == b.hash_; }
     friend bool operator!=(const VeskHash& a, const VeskHash& b) { return !(a == b); }
 
 protected:
     template <typename T>
-    T get(const QString& key) const
-    {
+    T get(const QString& key) const {
         if constexpr (std::is_base_of_v<VeskHash, T>)
             return T(hash_.value(key));
         else if constexpr (std::is_enum_v<T>)
@@ -45,8 +44,7 @@ protected:
     }
 
     template <typename T>
-    void set(const QString& key, const T& value)
-    {
+    void set(const QString& key, const T& value) {
         if constexpr (std::is_base_of_v<VeskHash, T>)
             hash_.insert(key, QVariant(value));
         else if constexpr (std::is_enum_v<T>)
@@ -65,7 +63,13 @@ std::ostream& operator<<(std::ostream& out, const VeskHash& hash);
 /// Declares one field of a record: its key `Key()`, its getter `getter()` and its setter
 /// `setKey()`. A macro, because only the preprocessor can join the names; a record then reads as
 /// the list of its fields. A missing field reads as the type's zero value.
-#define VESK_FIELD(Type, getter, Key)                                                              \
-    static QString Key() { return QStringLiteral(#getter); }                                       \
-    Type getter() const { return get<Type>(Key()); }                                               \
-    void set##Key(const Type& value) { set<Type>(Key(), value); }
+#define VESK_FIELD(Type, getter, Key)   \
+    static QString Key() {              \
+        return QStringLiteral(#getter); \
+    }                                   \
+    Type getter() const {               \
+        return get<Type>(Key());        \
+    }                                   \
+    void set##Key(const Type& value) {  \
+        set<Type>(Key(), value);        \
+    }

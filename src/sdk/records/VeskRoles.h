@@ -17,7 +17,7 @@ public:
 class VeskEdit : public VeskHash {
 public:
     using VeskHash::VeskHash;
-    VESK_FIELD(int, type, Type) // 1: choose one of the rows at enumPath
+    VESK_FIELD(int, type, Type)  // 1: choose one of the rows at enumPath
 
     static QString EnumPath() { return QStringLiteral("enumPath"); }
     CMPath enumPath() const { return CMPath(value(EnumPath()).toString()); }

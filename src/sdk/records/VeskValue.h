@@ -19,19 +19,16 @@ public:
     static VeskValue ofI32(int value) { return make(&VeskValue::setI32, value); }
     static VeskValue ofDouble(double value) { return make(&VeskValue::setDouble, value); }
     static VeskValue ofString(const QString& value) { return make(&VeskValue::setString, value); }
-    static VeskValue of(const VeskDiracConfig& value)
-    {
+    static VeskValue of(const VeskDiracConfig& value) {
         return make(&VeskValue::setDiracConfig, value);
     }
-    static VeskValue of(const VeskDiracSlotsList& value)
-    {
+    static VeskValue of(const VeskDiracSlotsList& value) {
         return make(&VeskValue::setDiracSlotsList, value);
     }
 
 private:
     template <typename T>
-    static VeskValue make(void (VeskValue::*setter)(const T&), const T& content)
-    {
+    static VeskValue make(void (VeskValue::*setter)(const T&), const T& content) {
         VeskValue value;
         (value.*setter)(content);
         return value;

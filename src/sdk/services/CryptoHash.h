@@ -7,7 +7,7 @@
 class CryptoHash {
 public:
     enum Algorithm {
-        Sha1 = 1, ///< FIPS 180-4, 20 bytes
+        Sha1 = 1,  ///< FIPS 180-4, 20 bytes
     };
 
     explicit CryptoHash(Algorithm algorithm);
