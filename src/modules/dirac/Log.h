@@ -1,0 +1,7 @@
+#pragma once
+
+#include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
+
+/// The module's logger; each source file has its own handle to it.
+static const log4cplus::Logger logger = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("Dirac"));
