@@ -29,7 +29,8 @@ public:
     const QVariantHash& hash() const { return hash_; }
     operator QVariant() const { return hash_; }  // NOLINT(google-explicit-constructor)
 
-    friend bool operator==(const VeskHash& a, const VeskHash& b) { return a.hash_ == b.hash_; }
+    /// Exact: two numbers are equal when their bits are, so a NaN is equal to itself.
+    friend bool operator==(const VeskHash& a, const VeskHash& b);
     friend bool operator!=(const VeskHash& a, const VeskHash& b) { return !(a == b); }
 
 protected:
