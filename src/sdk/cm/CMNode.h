@@ -9,6 +9,7 @@
 #include <QMutex>
 
 #include <functional>
+#include <memory>
 
 /// A node that a worker serves. Created by the `create` operation of its class, owned by the
 /// worker's node set, used in the worker's thread only.
@@ -97,15 +98,15 @@ public:
     /// answer the request. It is dropped, and the request answered with an error, when the
     /// receiver is gone.
     static CMActivateNode* create(CMNodes* nodes, const CMPath& path, QObject* receiver,
-                                  Action action, Qt::ConnectionType type);
+                                  const Action& action, Qt::ConnectionType type);
+
+    ~CMActivateNode() override;
 
     void handle(const CMSetDataRequest& request) override;
 
 private:
-    CMActivateNode(CMNodes* nodes, const CMPath& path, QObject* receiver, Action action,
+    CMActivateNode(CMNodes* nodes, const CMPath& path, QObject* receiver, const Action& action,
                    Qt::ConnectionType type);
 
-    QObject* const receiver_;
-    const Action action_;
-    const Qt::ConnectionType type_;
+    const std::unique_ptr<QObject> activation_;  // its signal leads to the receiver
 };

@@ -33,11 +33,13 @@ protected:
     struct State;
 
     void createState();
+    void promise(const CMError& otherwise);
     QVariant answer() const;
     void setAnswer(const QVariant& value) const;
 
 private:
     std::shared_ptr<State> state_;
+    std::shared_ptr<void> promise_;
 };
 
 /// A reply that carries a value of type T when the request succeeded.
@@ -50,6 +52,14 @@ public:
     static CMReply create() {
         CMReply reply;
         reply.createState();
+        return reply;
+    }
+
+    /// The reply for whoever has to answer: when its last copy is dropped unanswered, the request
+    /// fails with `otherwise`, so that nobody waits for ever.
+    CMReply promised(const CMError& otherwise) const {
+        CMReply reply = *this;
+        reply.promise(otherwise);
         return reply;
     }
 
