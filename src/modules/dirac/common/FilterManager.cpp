@@ -82,10 +82,15 @@ int FilterManager::getActiveSlot() const {
     return activeSlot;
 }
 
+const FilterSlot* FilterManager::findSlot(int slot) const {
+    const auto found = slots.find(slot);
+    return found != slots.end() ? &found->second : nullptr;
+}
+
 const FilterSlotInfo& FilterManager::getInfoForSlot(int slot) const {
     static const FilterSlotInfo unknown;
-    const auto found = slots.find(slot);
-    return found != slots.end() ? found->second.info : unknown;
+    const FilterSlot* const found = findSlot(slot);
+    return found ? found->info : unknown;
 }
 
 bool FilterManager::createFilterSlot(int slot, const std::string& name,

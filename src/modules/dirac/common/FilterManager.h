@@ -44,6 +44,8 @@ public:
     int getNumberOfAvailableSlots() const;
     int getActiveSlot() const;  ///< -1: none
     bool isDelayAndGainProcessingEnabled() const;
+    /// Null for an unknown slot; valid until the slot is deleted.
+    const FilterSlot* findSlot(int slot) const;
     /// Valid until the slot is deleted; for an unknown slot one empty record.
     const FilterSlotInfo& getInfoForSlot(int slot) const;
 
