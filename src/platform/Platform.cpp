@@ -2,6 +2,8 @@
 
 #include "platform/PlatformPaths.h"
 #include "platform/cm/CurrentTree.h"
+#include "platform/player/Player.h"
+#include "platform/services/PowerManager.h"
 #include "sdk/cm/VeskPaths.h"
 #include "sdk/records/VeskPlayerRecords.h"
 
@@ -120,6 +122,8 @@ private:
 
     const std::shared_ptr<Tree> tree_{std::make_shared<Tree>()};
     const CurrentTree current_{tree_};
+    const Player player_{tree_};
+    const PowerManager powerManager_;
 };
 
 Platform::Platform(const DeviceDescription& description)

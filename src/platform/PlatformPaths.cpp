@@ -14,8 +14,8 @@ CMPath endpointListenAddressPath() {
     return CMPath(QStringLiteral("endpoint/listenAddress"));
 }
 
-CMPath powerManagerResourcesPath() {
-    return CMPath(QStringLiteral("powerManager/resources"));
+CMPath powerManagerModulesPath() {
+    return CMPath(QStringLiteral("powerManager/modules"));
 }
 
 }  // namespace platform

@@ -9,6 +9,6 @@ namespace platform {
 CMPath attenuationPath();            ///< double, dB, 0 is loudest; persistent
 CMPath playerDataPath();             ///< VeskPlayLogicData; watchers see every transition
 CMPath endpointListenAddressPath();  ///< string, the address that the calibration server listens on
-CMPath powerManagerResourcesPath();  ///< what the power manager does with each resource
+CMPath powerManagerModulesPath();    ///< PowerManagerModules, the modules that registered
 
 }  // namespace platform

@@ -1,0 +1,5 @@
+#include "sdk/records/VeskPowerManagerRecords.h"
+
+QString VeskDiracName() {
+    return QStringLiteral("Dirac");
+}

@@ -1,0 +1,65 @@
+#include "platform/endpoint/StreamingClient.h"
+
+#include <chrono>
+
+using namespace dio::endpoint;
+
+namespace {
+
+/// Without this, channels to the same port share one connection.
+grpc::ChannelArguments withOwnConnection(grpc::ChannelArguments arguments) {
+    arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
+    return arguments;
+}
+
+void limit(grpc::ClientContext& context) {
+    context.set_wait_for_ready(true);
+    context.set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(60));
+}
+
+}  // namespace
+
+StreamingClient::StreamingClient(unsigned short port, grpc::ChannelArguments arguments,
+                                 const std::string& host)
+    : channel_(grpc::CreateCustomChannel(host + ':' + std::to_string(port),
+                                         grpc::InsecureChannelCredentials(),
+                                         withOwnConnection(std::move(arguments)))),
+      stub_(EndpointDevice::NewStub(channel_)) {
+}
+
+grpc::Status StreamingClient::call(const FIIR& filter) {
+    grpc::ClientContext context;
+    limit(context);
+    Void reply;
+    return stub_->SetCellFIIR(&context, filter, &reply);
+}
+
+grpc::Status StreamingClient::callThatThrows() {
+    grpc::ClientContext context;
+    limit(context);
+    Index reply;
+    return stub_->GetActiveSlot(&context, Void(), &reply);
+}
+
+OpenStream::OpenStream(StreamingClient& client)
+    : stream_([&] {
+          limit(context_);
+          return client.stub().Notifications(&context_);
+      }()) {
+    NotificationInfo greeting;
+    accepted_ = stream_->Read(&greeting);
+}
+
+OpenStream::~OpenStream() {
+    context_.TryCancel();
+    if (!finished_)
+        stream_->Finish();
+}
+
+grpc::Status OpenStream::status() {
+    NotificationInfo ignored;
+    while (stream_->Read(&ignored)) {
+    }
+    finished_ = true;
+    return stream_->Finish();
+}
