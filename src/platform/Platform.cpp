@@ -2,6 +2,7 @@
 
 #include "platform/PlatformPaths.h"
 #include "platform/cm/CurrentTree.h"
+#include "platform/cm/SettingsStore.h"
 #include "platform/player/Player.h"
 #include "platform/services/PowerManager.h"
 #include "sdk/cm/VeskPaths.h"
@@ -111,6 +112,8 @@ class Platform::Private {
 public:
     explicit Private(const DeviceDescription& description) {
         qRegisterMetaType<VeskValue>("VeskValue");
+        if (!description.stateDirectory.isEmpty())
+            store_.emplace(description.stateDirectory);
         for (const ProvidedValue& value : valuesOf(description))
             provide(value);
     }
@@ -118,10 +121,21 @@ public:
     Tree& tree() { return *tree_; }
 
 private:
-    void provide(const ProvidedValue& value) { tree_->provide(value); }
+    void provide(ProvidedValue value) {
+        const bool stored = value.persistent && store_;
+        if (stored)
+            value.initial = store_->take(value.path).value_or(value.initial);
+        tree_->provide(value);
+        if (stored)
+            storing_.push_back(tree_->subscribe(value.path, [this](const Change& change) {
+                store_->write(change.path, change.value);
+            }));
+    }
 
     const std::shared_ptr<Tree> tree_{std::make_shared<Tree>()};
     const CurrentTree current_{tree_};
+    std::optional<SettingsStore> store_;
+    std::vector<Subscription> storing_;
     const Player player_{tree_};
     const PowerManager powerManager_;
 };

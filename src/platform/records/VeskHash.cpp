@@ -57,6 +57,16 @@ bool isInteger(const QVariant& variant) {
     }
 }
 
+bool isNegative(const QVariant& integer) {
+    const bool isSigned =
+        integer.userType() == QMetaType::Int || integer.userType() == QMetaType::LongLong;
+    return isSigned && integer.toLongLong() < 0;
+}
+
+bool sameInteger(const QVariant& a, const QVariant& b) {
+    return isNegative(a) == isNegative(b) && a.toULongLong() == b.toULongLong();
+}
+
 bool isNumber(const QVariant& variant) {
     return isInteger(variant) || isFloatingPoint(variant);
 }
@@ -64,8 +74,10 @@ bool isNumber(const QVariant& variant) {
 bool same(const QVariant& a, const QVariant& b) {
     if (isFloatingPoint(a) && isFloatingPoint(b))
         return same(a.toDouble(), b.toDouble());
+    if (isInteger(a) && isInteger(b))
+        return sameInteger(a, b);
     if (a.userType() != b.userType())
-        return isInteger(a) && isInteger(b) && a == b;
+        return false;
     switch (a.userType()) {
         case QMetaType::QVariantHash:
             return same(content<QVariantHash>(a), content<QVariantHash>(b));
