@@ -72,6 +72,13 @@ VeskDiracSlot recordWith(const std::vector<FilterCoefficients>& filters, qint64 
 
 }  // namespace
 
+class BassControlParamsDeathTest : public testing::Test {
+protected:
+    BassControlParamsDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+class ChannelFiltersDeathTest : public BassControlParamsDeathTest {};
+
 TEST(ChannelParamsTest, TwoVariantsOfThreeCellsAreTwoListsOfThree) {
     const QVariantList params =
         channelParams({variantWithTaps(10.0F, 3), variantWithTaps(20.0F, 3)});
@@ -257,20 +264,20 @@ TEST(BassControlParamsTest, ADelayCellInABiquadSectionThrowsOutOfRange) {
     EXPECT_THROW(bassControlParams({filter}), std::out_of_range);
 }
 
-TEST(BassControlParamsDeathTest, ADesignWithoutSection4EndsTheProcess) {
+TEST_F(BassControlParamsDeathTest, ADesignWithoutSection4EndsTheProcess) {
     BassControlFilterCoefficients filter;
     filter.setCoefficientsForCell({0, 0, 0}, {biquadFrom(1.0F)});
     EXPECT_DEATH(bassControlParams({filter}),
                  "sections.size\\(\\) == 5.* src/modules/dirac/common/FilterManager");
 }
 
-TEST(BassControlParamsDeathTest, ADesignWithACellAboveSection4EndsTheProcess) {
+TEST_F(BassControlParamsDeathTest, ADesignWithACellAboveSection4EndsTheProcess) {
     BassControlFilterCoefficients filter = leastBassControl();
     filter.setDelayGainForCell({5, 0, 0}, 1, 1.0F);
     EXPECT_DEATH(bassControlParams({filter}), "sections.size\\(\\) == 5");
 }
 
-TEST(BassControlParamsDeathTest, AnEmptyDesignEndsTheProcess) {
+TEST_F(BassControlParamsDeathTest, AnEmptyDesignEndsTheProcess) {
     EXPECT_DEATH(bassControlParams({BassControlFilterCoefficients()}), "sections.size\\(\\) == 5");
 }
 
@@ -323,12 +330,12 @@ TEST(ChannelFiltersTest, ARecordWithoutADesignHasEmptyVariants) {
     EXPECT_EQ(read[0].size(), 0U);
 }
 
-TEST(ChannelFiltersDeathTest, FewerListsThanVariantsEndTheProcess) {
+TEST_F(ChannelFiltersDeathTest, FewerListsThanVariantsEndTheProcess) {
     EXPECT_DEATH(channelFilters(recordWith({variantWithTaps(1.0F, 2)}, 2), 2),
                  "index out of range");
 }
 
-TEST(ChannelFiltersDeathTest, FewerCellsThanTheSizeEndTheProcess) {
+TEST_F(ChannelFiltersDeathTest, FewerCellsThanTheSizeEndTheProcess) {
     EXPECT_DEATH(channelFilters(recordWith({variantWithTaps(1.0F, 2)}, 3), 1),
                  "index out of range");
 }
