@@ -1,0 +1,35 @@
+#pragma once
+
+#include "host/ControlServer.h"
+#include "host/DescriptionFile.h"
+#include "host/WorkerThread.h"
+#include "platform/Platform.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace host {
+
+/// A running device: the platform, its control socket, and the workers, each in its own thread.
+/// Ends them in reverse order.
+class Host {
+public:
+    /// `plugins` are started one after the other. Throws std::runtime_error, naming what could not
+    /// be started.
+    Host(const platform::DeviceDescription& device, const std::string& controlSocket,
+         const std::vector<std::string>& plugins);
+    ~Host();
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+
+private:
+    void warnAboutMissingValues();
+    void endWorkers();
+
+    platform::Platform platform_;
+    std::vector<std::unique_ptr<WorkerThread>> workers_;
+    std::unique_ptr<ControlServer> control_;
+};
+
+}  // namespace host
