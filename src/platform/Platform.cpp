@@ -110,32 +110,43 @@ std::vector<ProvidedValue> valuesOf(const DeviceDescription& description) {
 
 class Platform::Private {
 public:
-    explicit Private(const DeviceDescription& description) {
+    explicit Private(const DeviceDescription& description)
+        : store_(openStore(description.stateDirectory)), storing_(provide(description)) {
         qRegisterMetaType<VeskValue>("VeskValue");
-        if (!description.stateDirectory.isEmpty())
-            store_.emplace(description.stateDirectory);
-        for (const ProvidedValue& value : valuesOf(description))
-            provide(value);
     }
 
     Tree& tree() { return *tree_; }
 
 private:
-    void provide(ProvidedValue value) {
-        const bool stored = value.persistent && store_;
-        if (stored)
+    static std::unique_ptr<SettingsStore> openStore(const QString& directory) {
+        return directory.isEmpty() ? nullptr : std::make_unique<SettingsStore>(directory);
+    }
+
+    /// Returns what carries the changes of persistent values to the store.
+    std::vector<Subscription> provide(const DeviceDescription& description) {
+        std::vector<Subscription> storing;
+        for (const ProvidedValue& value : valuesOf(description)) {
+            tree_->provide(store_ ? withStoredValue(value) : value);
+            if (store_ && value.persistent)
+                storing.push_back(tree_->subscribe(value.path, [this](const Change& change) {
+                    store_->write(change.path, change.value);
+                }));
+        }
+        return storing;
+    }
+
+    ProvidedValue withStoredValue(ProvidedValue value) {
+        if (value.persistent)
             value.initial = store_->take(value.path).value_or(value.initial);
-        tree_->provide(value);
-        if (stored)
-            storing_.push_back(tree_->subscribe(value.path, [this](const Change& change) {
-                store_->write(change.path, change.value);
-            }));
+        return value;
     }
 
     const std::shared_ptr<Tree> tree_{std::make_shared<Tree>()};
     const CurrentTree current_{tree_};
-    std::optional<SettingsStore> store_;
-    std::vector<Subscription> storing_;
+    const std::unique_ptr<SettingsStore> store_;  // null: settings live in memory only
+    const std::vector<Subscription> storing_;
+
+    // What works on the tree and its values.
     const Player player_{tree_};
     const PowerManager powerManager_;
 };

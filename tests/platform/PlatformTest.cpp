@@ -3,8 +3,11 @@
 #include "platform/PlatformPaths.h"
 #include "platform/cm/Tree.h"
 #include "sdk/cm/CMAbstractWorker.h"
+#include "sdk/cm/CMInitWatcher.h"
 #include "sdk/cm/VeskPaths.h"
+#include "sdk/player/PlayLogicInterface.h"
 #include "sdk/records/VeskPlayerRecords.h"
+#include "sdk/records/VeskPowerManagerRecords.h"
 
 #include <QMetaType>
 #include <QTemporaryDir>
@@ -112,6 +115,30 @@ TEST(PlatformTest, PlayerStartsStopped) {
     const VeskPlayLogicData data(read(platform::playerDataPath()).hash());
     EXPECT_TRUE(data.contains(VeskPlayLogicData::State()));
     EXPECT_EQ(data.state(), VeskPlayLogicState::Stopped);
+}
+
+TEST(PlatformTest, PlayerIsThatOfTheProcess) {
+    const Platform platform(stereo());
+    EXPECT_EQ(PlayLogicInterface::playerInstance()->dataPath(), platform::playerDataPath());
+}
+
+TEST(PlatformTest, PowerManagerTakesRegistrations) {
+    const Platform platform(stereo());
+    VeskPowerManagerModuleRegister registration;
+    registration.setModuleName(QStringLiteral("Test"));
+    const auto reply = CMReply<QVariant>::create();
+    CMRoot()->invoke(VeskPowerManagerModuleRegisterPath(), registration, reply);
+    ASSERT_TRUE(reply.waitForFinished(20000));
+    EXPECT_FALSE(reply.error().isError());
+}
+
+TEST(PlatformTest, NothingThatTheModuleNeedsOfThePlatformLacksAValue) {
+    Platform platform(stereo());
+    CMInitWatcher watcher(nullptr, QStringLiteral("Test"));
+    for (const CMPath& path : {VeskDiracConfigPath(), VeskDiracSlotsSettingsPath(),
+                               VeskNetworkStateEthernetMAC(), platform::playerDataPath()})
+        watcher.newCMValueItem(path, {});
+    EXPECT_THAT(platform.tree().watchedWithoutValue(), IsEmpty());
 }
 
 TEST(PlatformTest, VolumeMapIsAListOfDoubles) {
