@@ -1,7 +1,6 @@
 #include "platform/dldsp/KaiserLowPass.h"
 
 #include <cmath>
-#include <cstddef>
 #include <numbers>
 #include <numeric>
 
@@ -45,13 +44,10 @@ double kaiserTransitionWidth(int taps, double attenuation) {
 std::vector<double> kaiserLowPass(int taps, double cutOff, double attenuation) {
     const int middle = taps / 2;
     const double beta = kaiserBeta(attenuation);
-    std::vector<double> response(static_cast<std::size_t>(taps));
-    for (int offset = 0; offset <= middle; ++offset) {
-        const double tap =
-            idealLowPass(cutOff, offset) * kaiserWindow(beta, static_cast<double>(offset) / middle);
-        response[static_cast<std::size_t>(middle - offset)] = tap;
-        response[static_cast<std::size_t>(middle + offset)] = tap;
-    }
+    std::vector<double> response;
+    for (int offset = -middle; offset <= middle; ++offset)
+        response.push_back(idealLowPass(cutOff, offset) *
+                           kaiserWindow(beta, static_cast<double>(offset) / middle));
     const double sum = std::accumulate(response.begin(), response.end(), 0.0);
     for (double& tap : response)
         tap /= sum;

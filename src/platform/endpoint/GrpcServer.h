@@ -23,11 +23,11 @@ struct GrpcServerLimits {
     /// longest that has a use is a cell's filter of 65536 taps and 4096 biquads: with 5 bytes a tap
     /// and 27 a biquad in their least compact encoding, 438,272 bytes. Twice that and some, so that
     /// a filter that is moderately too long is refused by the handler, which names the limit.
-    int messageBytes{1024 * 1024};
+    int messageBytes{1 << 20};
 
     /// Bytes that are buffered for all clients together; beyond them gRPC slows clients down and
     /// closes connections. Room for a message in each handler.
-    std::size_t bufferBytes{128 * 1024 * 1024};
+    std::size_t bufferBytes{1U << 27};
 };
 
 /// A gRPC server with one service, server reflection and the standard health service.

@@ -36,8 +36,7 @@ public:
             connect(item, &CMValueItem::changed, proxy_, [this] { report(); });
         });
         if (reportCurrent_)
-            QMetaObject::invokeMethod(
-                proxy_, [this] { report(); }, Qt::QueuedConnection);
+            connect(watcher, &CMInitWatcher::done, proxy_, [this] { report(); });
     }
 
 private:
@@ -46,8 +45,8 @@ private:
     SystemAttenuationProxy* const proxy_;
     const QString clientName_;
     const bool reportCurrent_;
-    CMValueItem* item_{
-        nullptr};  // null until enabled; belongs to the watcher, a child of the proxy
+    // Null until enabled; belongs to the watcher, which is a child of the proxy.
+    CMValueItem* item_{nullptr};
 };
 
 SystemAttenuationProxy::SystemAttenuationProxy(const QString& clientName, int /*fadeMilliseconds*/,
