@@ -52,7 +52,14 @@ public:
     /// The slot that the menu shows as active, -1 for "off".
     int getActiveFilterIdx() const { return activeFilterIdx; }
 
-    // ---- Pure ----
+    // ---- Without state ----
+
+    /// What the calibration server is started with: the configuration and the device's identity.
+    static DeviceInfo deviceInfo(const VeskDiracConfig& config, const QString& deviceUuid);
+    /// Copies a slot's precalculated data for one of the image's sample rates into the image. Empty
+    /// or too large data leave the rate without any.
+    static void populateRate(DiracConfiguration& image, const VeskDiracSlot& slot, std::size_t rate,
+                             const QVector<char>& data);
 
     /// The name-based UUID (RFC 4122, version 5) without braces. A namespace that is not a UUID
     /// counts as the null UUID.
@@ -90,7 +97,6 @@ private:
     void startServer();
     void stopServer();
     void restartServer();
-    DeviceInfo deviceInfo(const VeskDiracConfig& config) const;
 
     // Slots settings and menu (DiracMenu.cpp).
     static int activeSlotOf(const VeskDiracSlotsList& list);
@@ -114,8 +120,6 @@ private:
     bool isPrecached(const VeskDiracSlot& slot) const;
     bool populate(DiracConfiguration& image, const VeskDiracSlotsList& list) const;
     void populatePrecached(DiracConfiguration& image, const VeskDiracSlot& slot) const;
-    static void populateRate(DiracConfiguration& image, const VeskDiracSlot& slot, std::size_t rate,
-                             const QVector<char>& data);
 
     std::shared_ptr<endpoint::Server> server;
     std::shared_ptr<RpcHandler> rpcHandler;

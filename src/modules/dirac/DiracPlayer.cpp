@@ -45,8 +45,9 @@ void Dirac::setAttenuation(double value) {
     attenuation = value;
 }
 
+/// As stored: the item may be behind what a client has just set.
 bool Dirac::getFilteringEnabled() const {
-    return slotsSettingsItem->value().diracSlotsList().filteringEnabled();
+    return storedSlots().filteringEnabled();
 }
 
 void Dirac::setSpeakerGain(int channel, double gain) {

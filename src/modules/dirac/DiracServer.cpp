@@ -46,7 +46,7 @@ void Dirac::restartServer() {
         server->stop();
     const VeskDiracConfig config = diracConfig();
     LOG4CPLUS_INFO(logger, "Starting Dirac Server for " << config.speakers().size() << " speakers");
-    rpcHandler = std::make_shared<RpcHandler>(deviceInfo(config), this, audioRecorderFactory);
+    rpcHandler = std::make_shared<RpcHandler>(deviceInfo(config, uuid), this, audioRecorderFactory);
     server = endpoint::createServer(rpcHandler, kCalibrationPort);
     if (server)
         LOG4CPLUS_INFO(logger, "Dirac started listening on port: " << server->port());
@@ -54,7 +54,7 @@ void Dirac::restartServer() {
         LOG4CPLUS_ERROR(logger, "DIRAC CAN NOT START SERVER");
 }
 
-DeviceInfo Dirac::deviceInfo(const VeskDiracConfig& config) const {
+DeviceInfo Dirac::deviceInfo(const VeskDiracConfig& config, const QString& deviceUuid) {
     DeviceInfo info;
     info.speakers = speakersOf(config);
     info.mics = micsOf(config);
@@ -63,7 +63,7 @@ DeviceInfo Dirac::deviceInfo(const VeskDiracConfig& config) const {
     info.modelName = stringAt(VeskDiracProductShortNamePath()).toStdString();
     LOG4CPLUS_INFO(logger, "~~~~~~ manufacturer = " << info.manufacturer
                                                     << " model name = " << info.modelName);
-    info.uuid = uuid.toStdString();
+    info.uuid = deviceUuid.toStdString();
     info.numberOfSlots = config.numberOfSlots();
     info.stimuliSampleRate = config.stimuliSampleRate();
     info.stimuliChannels = config.contains(VeskDiracConfig::StimuliChannels())

@@ -4,11 +4,17 @@
 #include "sdk/player/PlayLogicInterface.h"
 
 #include <chrono>
+#include <cmath>
 #include <thread>
 
 namespace {
 
 constexpr std::chrono::milliseconds kPollPeriod{100};
+
+/// A client may set a gain that is not a number; that is no change for ever.
+bool differ(double a, double b) {
+    return a != b && !(std::isnan(a) && std::isnan(b));
+}
 
 }  // namespace
 
@@ -48,7 +54,7 @@ dio::endpoint::NotificationInfo RpcHandler::takeChanges() {
     const SlotsLock lock = lockSlots();
     dio::endpoint::NotificationInfo changes;
     const double speakerGain = worker_->getAttenuation();
-    if (notifiedSpeakerGain_.exchange(speakerGain) != speakerGain) {
+    if (differ(notifiedSpeakerGain_.exchange(speakerGain), speakerGain)) {
         changes.add_kinds(dio::endpoint::NOTIFICATION_KIND_SPEAKER_GAIN_CHANGED);
         LOG4CPLUS_DEBUG(logger, "Notifications: Speaker gain changed");
     }
