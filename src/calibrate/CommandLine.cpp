@@ -1,0 +1,270 @@
+#include "calibrate/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+
+#include "calibrate/Activate.h"
+#include "calibrate/Delete.h"
+#include "calibrate/DeviceAddress.h"
+#include "calibrate/EndpointClient.h"
+#include "calibrate/Errors.h"
+#include "calibrate/Info.h"
+#include "calibrate/Rename.h"
+#include "calibrate/Slots.h"
+#include "calibrate/Text.h"
+#include "calibrate/Upload.h"
+
+namespace calibrate {
+namespace {
+
+constexpr const char* kUploadFooter =
+    "\nFilters are read from .wav (.aif, .flac, .caf, .w64, .au), raw floats (.f32, .raw, .bin) "
+    "and\n"
+    ".txt, a tap on each line. One file may hold a channel for each speaker, or several files in\n"
+    "order; files at another sample rate are a set of their own. A filter at a rate of the device "
+    "is\n"
+    "sent as it is; for the device's other rates it is resampled. With --speaker, the speakers "
+    "that\n"
+    "are not named stay uncorrected.";
+
+// A check answers what is wrong with an argument, or nothing.
+
+std::string checkSlotText(const std::string& text) {
+    if (!isUtf8(text)) {
+        return "the text is not UTF-8";
+    }
+    return hasControlCharacter(text) ? "the text holds a control character" : "";
+}
+
+/// Checks that a number lies between two others; "nan" does not.
+CLI::Validator between(double least, double most) {
+    return CLI::Validator(
+        [least, most](const std::string& text) -> std::string {
+            double value = 0;
+            const bool number = CLI::detail::lexical_cast(text, value);
+            return number && value >= least && value <= most
+                       ? ""
+                       : "\"" + printable(text) + "\" is no number from " + fixed(least, 1) +
+                             " to " + fixed(most, 1);
+        },
+        "");
+}
+
+/// The command line: what each verb takes, and what was given.
+class CommandLine {
+public:
+    CommandLine() {
+        app_.set_version_flag("--version", "vesk-calibrate " VESK_VERSION);
+        app_.require_subcommand(1);
+        app_.fallthrough();
+        app_.get_formatter()->column_width(34);
+        addDeviceOptions();
+        addInfo();
+        addUpload();
+        addSlots();
+        addActivate();
+        addRename();
+        addDelete();
+    }
+
+    int run(std::vector<std::string> arguments, const Environment& environment) {
+        std::reverse(arguments.begin(), arguments.end());
+        try {
+            app_.parse(arguments);
+        } catch (const CLI::ParseError& error) {
+            return answer(error, environment);
+        }
+        const Console console(environment, json_, quiet_);
+        const std::chrono::duration<double> timeout(timeout_);
+        EndpointClient client(DeviceAddress::parse(device_),
+                              std::chrono::duration_cast<std::chrono::milliseconds>(timeout),
+                              environment.stop);
+        verb_(client, console);
+        return kExitOk;
+    }
+
+private:
+    using Verb = std::function<void(EndpointClient&, const Console&)>;
+
+    /// Help and version are answers too; all else is an error of the user.
+    int answer(const CLI::ParseError& error, const Environment& environment) const {
+        if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+            return app_.exit(error, environment.out, environment.err);
+        }
+        const auto verbs = app_.get_subcommands();
+        const auto rest = app_.remaining();
+        if (verbs.empty() && !rest.empty()) {
+            throw BadInput(
+                "\"" + rest.front() +
+                "\" is neither a verb nor an option; 'vesk-calibrate --help' lists them");
+        }
+        const std::string verb = verbs.empty() ? "" : " " + verbs.front()->get_name();
+        throw BadInput(std::string(error.what()) + "; 'vesk-calibrate" + verb +
+                       " --help' tells more");
+    }
+
+    CLI::App* addVerb(const std::string& name, const std::string& description, Verb verb) {
+        auto* command = app_.add_subcommand(name, description);
+        command->callback([this, verb = std::move(verb)] { verb_ = verb; });
+        return command;
+    }
+
+    void addDeviceOptions() {
+        app_.add_option("--device", device_, "The device; default: 127.0.0.1:5002")
+            ->type_name("HOST[:PORT]");
+        app_.add_option("--timeout", timeout_, "Seconds to wait for each answer; default: 5")
+            ->type_name("S")
+            ->check(between(0.1, 3600));
+        app_.add_flag("--json", json_, "Print the result as JSON");
+        app_.add_flag("--quiet", quiet_, "Print neither progress nor success");
+    }
+
+    void addInfo() {
+        addVerb("info", "Show what the device is made of",
+                [](auto& client, const auto& console) { info(client, console); });
+    }
+
+    void addUpload() {
+        auto* command =
+            addVerb("upload", "Store correction filters in a slot",
+                    [this](auto& client, const auto& console) { runUpload(client, console); });
+        command->add_option("--slot", upload_.slot, "Slot to fill, from 0")->required();
+        addTextOption(command, "--name", upload_.name, "Name in the menu; default: the file's");
+        addTextOption(command, "--type", uploadType_, "Name of the filter type; default: FIR");
+        addTextOption(command, "--description", uploadDescription_, "Free text");
+        auto* files = command->add_option("FILES", upload_.files,
+                                          "A channel for each speaker, in the device's order");
+        addRepeatable(command, "--speaker", speakerTexts_,
+                      "A filter for one speaker, by name or index")
+            ->type_name("SPEAKER=FILE[:CHANNEL]")
+            ->excludes(files);
+        addRepeatable(command, "--gain", upload_.gains, "Gain of all files, or once for each file")
+            ->type_name("DB")
+            ->check(between(-200, 60));
+        command
+            ->add_option("--rate", upload_.format.sampleRate,
+                         "Sample rate of files that do not tell it")
+            ->type_name("HZ");
+        command
+            ->add_option("--channels", upload_.format.channels,
+                         "Interleaved channels of raw files; default: 1")
+            ->check(between(1, 256));
+        command->add_flag("--activate", upload_.activate, "Put the slot to use afterwards");
+        command->footer(kUploadFooter);
+    }
+
+    void runUpload(EndpointClient& client, const Console& console) {
+        for (const auto& text : speakerTexts_) {
+            upload_.speakers.push_back(parseSpeakerArgument(text));
+        }
+        if (upload_.files.empty() && upload_.speakers.empty()) {
+            throw BadInput(
+                "upload needs FILES or --speaker; 'vesk-calibrate upload --help' tells "
+                "more");
+        }
+        upload_.type = uploadType_.value_or("FIR");
+        upload_.description = uploadDescription_.value_or("");
+        upload(client, upload_, console);
+    }
+
+    void addSlots() {
+        addVerb("slots", "List the slots and their filters",
+                [](auto& client, const auto& console) { slots(client, console); });
+    }
+
+    void addActivate() {
+        auto* command =
+            addVerb("activate", "Put a slot to use, or switch correction off",
+                    [this](auto& client, const auto& console) { runActivate(client, console); });
+        command->add_option("SLOT", activateSlot_, "Slot from 0, or \"off\"")
+            ->required()
+            ->check([](const std::string& text) -> std::string {
+                int slot = 0;
+                return text == "off" || CLI::detail::lexical_cast(text, slot)
+                           ? ""
+                           : "\"" + printable(text) + "\" is neither a slot nor \"off\"";
+            });
+    }
+
+    void runActivate(EndpointClient& client, const Console& console) const {
+        if (activateSlot_ == "off") {
+            activateOff(client, console);
+        } else {
+            activate(client, std::stoi(activateSlot_), console);
+        }
+    }
+
+    void addRename() {
+        auto* command = addVerb(
+            "rename", "Change the texts of a slot",
+            [this](auto& client, const auto& console) { rename(client, rename_, console); });
+        command->add_option("SLOT", rename_.slot, "Slot from 0")->required();
+        auto* texts = command->add_option_group("texts", "What is not given stays as it is:");
+        addTextOption(texts, "--name", rename_.name, "Name in the menu");
+        addTextOption(texts, "--type", rename_.type, "Name of the filter type");
+        addTextOption(texts, "--description", rename_.description, "Free text");
+        texts->require_option(1, 0);
+    }
+
+    void addDelete() {
+        auto* command = addVerb("delete", "Remove the filter of a slot",
+                                [this](auto& client, const auto& console) {
+                                    deleteSlot(client, deleteSlot_, deleteConfirmed_, console);
+                                });
+        command->add_option("SLOT", deleteSlot_, "Slot from 0")->required();
+        command->add_flag("--yes", deleteConfirmed_, "Do not ask");
+    }
+
+    static void addTextOption(CLI::App* command, const std::string& name,
+                              std::optional<std::string>& value, const std::string& description) {
+        command->add_option(name, value, description)->check(checkSlotText)->type_name("TEXT");
+    }
+
+    /// An option that takes one value each time that it is given, so that files may follow it.
+    template <class Value>
+    static CLI::Option* addRepeatable(CLI::App* command, const std::string& name,
+                                      std::vector<Value>& values, const std::string& description) {
+        return command->add_option(name, values, description)->allow_extra_args(false);
+    }
+
+    CLI::App app_{"Measures and corrects a room through a device's calibration endpoint",
+                  "vesk-calibrate"};
+    Verb verb_;
+    std::string device_{DeviceAddress().text()};
+    double timeout_{5};
+    bool json_{false};
+    bool quiet_{false};
+    UploadOptions upload_;
+    std::optional<std::string> uploadType_;
+    std::optional<std::string> uploadDescription_;
+    std::vector<std::string> speakerTexts_;
+    std::string activateSlot_;
+    RenameOptions rename_;
+    int deleteSlot_{0};
+    bool deleteConfirmed_{false};
+};
+
+/// One line, whatever the message holds.
+int fail(const Environment& environment, const std::exception& error, ExitCode code) {
+    environment.err << "vesk-calibrate: " << printable(error.what()) << std::endl;
+    return code;
+}
+
+}  // namespace
+
+int runCommandLine(const std::vector<std::string>& arguments, const Environment& environment) {
+    try {
+        return CommandLine().run(arguments, environment);
+    } catch (const BadInput& error) {
+        return fail(environment, error, kExitUsage);
+    } catch (const Interrupted& error) {
+        return fail(environment, error, kExitInterrupted);
+    } catch (const std::exception& error) {
+        return fail(environment, error, kExitDevice);
+    }
+}
+
+}  // namespace calibrate

@@ -1,0 +1,246 @@
+#include "calibrate/Upload.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <limits>
+
+#include "calibrate/Activate.h"
+#include "calibrate/DeviceQuery.h"
+#include "calibrate/Eventually.h"
+#include "calibrate/FilterDesign.h"
+#include "calibrate/JsonOutput.h"
+#include "calibrate/Text.h"
+#include "calibrate/Transfer.h"
+
+namespace calibrate {
+namespace {
+
+using Names = std::vector<std::string>;
+
+// ---- Files --------------------------------------------------------------------------------------
+
+/// The files in the order of the command line; those of --speaker come last.
+std::vector<std::filesystem::path> pathsOf(const UploadOptions& options) {
+    auto paths = options.files;
+    for (const auto& speaker : options.speakers) {
+        paths.push_back(speaker.path);
+    }
+    return paths;
+}
+
+void amplify(FilterFile& file, double gain) {
+    const double factor = std::pow(10, gain / 20);
+    for (auto& channel : file.channels) {
+        for (auto& tap : channel) {
+            tap *= factor;
+            if (std::abs(tap) > static_cast<double>(std::numeric_limits<float>::max())) {
+                throw BadInput(file.name() + ": --gain " + fixed(gain, 1) +
+                               " makes its taps too large");
+            }
+        }
+    }
+}
+
+std::vector<FilterFile> readFiles(const UploadOptions& options) {
+    const auto paths = pathsOf(options);
+    if (options.gains.size() > 1 && options.gains.size() != paths.size()) {
+        throw BadInput(counted(options.gains.size(), "gain") + " for " +
+                       counted(paths.size(), "file") + ": give one for all, or one for each");
+    }
+    std::vector<FilterFile> files;
+    for (const auto& path : paths) {
+        files.push_back(readFilterFile(path, options.format));
+    }
+    for (std::size_t i = 0; i < files.size() && !options.gains.empty(); ++i) {
+        amplify(files[i], options.gains[options.gains.size() == 1 ? 0 : i]);
+    }
+    return files;
+}
+
+std::vector<SpeakerFilters> mapFiles(const UploadOptions& options, std::vector<FilterFile> files,
+                                     const Names& names) {
+    if (options.speakers.empty()) {
+        return mapInOrder(files, names);
+    }
+    std::vector<SpeakerAssignment> assignments;
+    for (std::size_t i = 0; i < options.speakers.size(); ++i) {
+        const auto& argument = options.speakers[i];
+        assignments.push_back({argument.speaker, std::move(files[i]), argument.channel});
+    }
+    return mapAssigned(assignments, names);
+}
+
+// ---- Device -------------------------------------------------------------------------------------
+
+[[noreturn]] void cannotHoldFilters(const std::string& why) {
+    throw DeviceError(DeviceError::Reason::failed,
+                      "the device cannot hold a filter for each speaker: " + why);
+}
+
+protocol::CellInfo readCell(EndpointClient& client, std::size_t speaker) {
+    const auto cell = client.cellInfo(speakerCell(speaker));
+    if (cell.kind() != protocol::FILTER_KIND_FIIR || cell.variants().empty()) {
+        cannotHoldFilters("speaker " + std::to_string(speaker) + " takes " +
+                          filterKindName(cell.kind()));
+    }
+    return cell;
+}
+
+Variant readVariant(EndpointClient& client, std::uint32_t id) {
+    const auto info = client.fiirInfo(static_cast<int>(id));
+    const auto rate = static_cast<double>(info.sample_rate());
+    if (!(rate > 0 && std::isfinite(rate)) || info.max_taps() == 0) {
+        cannotHoldFilters("variant " + std::to_string(id) + " has " +
+                          counted(info.max_taps(), "tap") + " at " + hertz(rate));
+    }
+    return {id, rate, info.max_taps()};
+}
+
+/// The variants of the speakers' filters, the same for each speaker.
+std::vector<Variant> readVariants(EndpointClient& client, std::size_t speakers) {
+    const auto section = client.sectionInfo(static_cast<int>(kSpeakerSection));
+    if (speakers == 0 || section.num_inputs() != speakers || section.num_outputs() != speakers) {
+        cannotHoldFilters(counted(speakers, "speaker") + ", but " +
+                          counted(section.num_outputs(), "filter"));
+    }
+    const auto first = readCell(client, 0);
+    for (std::size_t i = 1; i < speakers; ++i) {
+        const auto cell = readCell(client, i);
+        if (!std::equal(cell.variants().begin(), cell.variants().end(), first.variants().begin(),
+                        first.variants().end())) {
+            cannotHoldFilters("speakers 0 and " + std::to_string(i) + " differ in their variants");
+        }
+    }
+    std::vector<Variant> variants;
+    for (const auto id : first.variants()) {
+        variants.push_back(readVariant(client, id));
+    }
+    return variants;
+}
+
+Names readSpeakerNames(EndpointClient& client, const protocol::DeviceInfo& device) {
+    Names names;
+    for (const auto& speaker : readSpeakers(client, device)) {
+        names.push_back(speaker.name());
+    }
+    return names;
+}
+
+// ---- Slot ---------------------------------------------------------------------------------------
+
+/// The present time in ms since the Unix epoch; another than that of the slot's present filter,
+/// because a device tells designs apart by it.
+std::int64_t creationTime(const protocol::SlotInfo& present) {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const std::int64_t time = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+    return time == present.creation_time() ? time + 1 : time;
+}
+
+protocol::SlotInfo describe(const UploadOptions& options, const protocol::SlotInfo& present) {
+    protocol::SlotInfo slot;
+    slot.set_slot(options.slot);
+    slot.set_name(options.name.value_or(printable(pathsOf(options).front().stem().string())));
+    slot.set_filter_type_name(options.type);
+    slot.set_description(options.description);
+    slot.set_creation_time(creationTime(present));
+    return slot;
+}
+
+void checkStored(EndpointClient& client, const protocol::SlotInfo& slot) {
+    const auto stored = [&] {
+        return client.slotInfo(slot.slot()).creation_time() == slot.creation_time();
+    };
+    if (!eventually(stored)) {
+        throw DeviceError(DeviceError::Reason::failed, "the device accepted the filter, but slot " +
+                                                           std::to_string(slot.slot()) +
+                                                           " does not show it");
+    }
+}
+
+// ---- Words --------------------------------------------------------------------------------------
+
+std::size_t longest(const VariantDesign& design) {
+    std::size_t taps = 0;
+    for (const auto& speaker : design.taps) {
+        taps = std::max(taps, speaker.size());
+    }
+    return taps;
+}
+
+std::string conversionText(const VariantDesign& design) {
+    if (!design.conversion) {
+        return "as in the files";
+    }
+    const auto& conversion = *design.conversion;
+    std::string text = "resampled from";
+    for (const double rate : conversion.fromRates) {
+        text += ' ' + hertz(rate);
+    }
+    text += ", within " + fixed(conversion.deviation, 4) + " dB up to " +
+            hertz(std::round(conversion.bandEdge));
+    if (conversion.delay > 0) {
+        text += ", every speaker " +
+                fixed(1000 * static_cast<double>(conversion.delay) / design.variant.sampleRate, 2) +
+                " ms later";
+    }
+    return text;
+}
+
+void describeDesign(const FilterDesign& design, const Names& names, const Console& console) {
+    console.note(counted(names.size(), "speaker") + ":");
+    for (const auto& variant : design.variants) {
+        console.note("  " + hertz(variant.variant.sampleRate) + ": " +
+                     counted(longest(variant), "tap") + ", " + conversionText(variant));
+    }
+    for (const auto& warning : design.warnings) {
+        console.warn(warning);
+    }
+}
+
+void reportStored(const protocol::SlotInfo& slot, bool active, const FilterDesign& design,
+                  const Names& names, const Console& console) {
+    const std::string number = std::to_string(slot.slot());
+    console.report("Stored in slot " + number + " \"" + printable(slot.name()) + "\"" +
+                       (active ? ", which is active."
+                               : "; 'vesk-calibrate activate " + number + "' puts it to use."),
+                   {{"slot", slot.slot()},
+                    {"name", slot.name()},
+                    {"creation_time", slot.creation_time()},
+                    {"active", active},
+                    {"variants", toJson(design, names)}});
+}
+
+}  // namespace
+
+void upload(EndpointClient& client, const UploadOptions& options, const Console& console) {
+    auto files = readFiles(options);
+    const auto device = client.deviceInfo();
+    checkSlot(options.slot, device);
+    const Names names = readSpeakerNames(client, device);
+    const auto variants = readVariants(client, names.size());
+    for (const auto& file : files) {
+        checkCapacity(file, variants);
+    }
+    const auto speakers = mapFiles(options, std::move(files), names);
+    const FilterDesign design = designFilters(speakers, names, variants);
+    describeDesign(design, names, console);
+
+    const auto present = client.slotInfo(options.slot);
+    if (!SlotTable::looksEmpty(present)) {
+        console.note("Slot " + std::to_string(options.slot) + " holds \"" +
+                     printable(present.name()) + "\", which is replaced.");
+    }
+    const auto slot = describe(options, present);
+    {
+        auto progress = console.progressBar();
+        transfer(client, slot, design, names, progress);
+    }
+    checkStored(client, slot);
+    if (options.activate) {
+        activateSlot(client, options.slot);
+    }
+    reportStored(slot, client.activeSlot() == options.slot, design, names, console);
+}
+
+}  // namespace calibrate
