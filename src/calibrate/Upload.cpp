@@ -158,6 +158,26 @@ void checkStored(EndpointClient& client, const protocol::SlotInfo& slot) {
     }
 }
 
+/// Runs `step`; an error of it says that the filter itself has arrived.
+template <class Step>
+auto afterStoring(int slot, Step step) {
+    const std::string stored = "the filter is stored in slot " + std::to_string(slot) + ", but ";
+    try {
+        return step();
+    } catch (const DeviceError& error) {
+        throw DeviceError(error.reason(), stored + error.what());
+    } catch (const Interrupted& interrupted) {
+        throw Interrupted(stored + interrupted.what());
+    }
+}
+
+bool isActive(EndpointClient& client, const UploadOptions& options) {
+    if (options.activate) {
+        activateSlot(client, options.slot);
+    }
+    return client.activeSlot() == options.slot;
+}
+
 // ---- Words --------------------------------------------------------------------------------------
 
 std::size_t longest(const VariantDesign& design) {
@@ -187,14 +207,23 @@ std::string conversionText(const VariantDesign& design) {
     return text;
 }
 
-void describeDesign(const FilterDesign& design, const Names& names, const Console& console) {
-    console.note(counted(names.size(), "speaker") + ":");
+void describeDesign(const FilterDesign& design, const protocol::DeviceInfo& device,
+                    const Console& console) {
+    console.note(printable(device.device_name()) + ", " +
+                 counted(device.num_speakers(), "speaker") + ":");
     for (const auto& variant : design.variants) {
         console.note("  " + hertz(variant.variant.sampleRate) + ": " +
                      counted(longest(variant), "tap") + ", " + conversionText(variant));
     }
     for (const auto& warning : design.warnings) {
         console.warn(warning);
+    }
+}
+
+void noteReplacement(int slot, const protocol::SlotInfo& present, const Console& console) {
+    if (!SlotTable::looksEmpty(present)) {
+        console.note("Slot " + std::to_string(slot) + " holds \"" + printable(present.name()) +
+                     "\", which is replaced.");
     }
 }
 
@@ -224,23 +253,17 @@ void upload(EndpointClient& client, const UploadOptions& options, const Console&
     }
     const auto speakers = mapFiles(options, std::move(files), names);
     const FilterDesign design = designFilters(speakers, names, variants);
-    describeDesign(design, names, console);
-
+    describeDesign(design, device, console);
     const auto present = client.slotInfo(options.slot);
-    if (!SlotTable::looksEmpty(present)) {
-        console.note("Slot " + std::to_string(options.slot) + " holds \"" +
-                     printable(present.name()) + "\", which is replaced.");
-    }
+    noteReplacement(options.slot, present, console);
     const auto slot = describe(options, present);
     {
         auto progress = console.progressBar();
         transfer(client, slot, design, names, progress);
     }
     checkStored(client, slot);
-    if (options.activate) {
-        activateSlot(client, options.slot);
-    }
-    reportStored(slot, client.activeSlot() == options.slot, design, names, console);
+    const bool active = afterStoring(options.slot, [&] { return isActive(client, options); });
+    reportStored(slot, active, design, names, console);
 }
 
 }  // namespace calibrate

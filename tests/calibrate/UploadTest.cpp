@@ -86,7 +86,8 @@ TEST_F(UploadTest, ResamplesForTheOtherRateAndSaysHowWell) {
     EXPECT_GT(taps(0, 1).size(), 900U);
     EXPECT_LE(taps(0, 1).size(), 1000U);
     EXPECT_THAT(output(),
-                AllOf(HasSubstr("48 kHz: 1000 taps, as in the files"), HasSubstr("44.1 kHz"),
+                AllOf(HasSubstr("Living room, 2 speakers:"),
+                      HasSubstr("48 kHz: 1000 taps, as in the files"), HasSubstr("44.1 kHz"),
                       HasSubstr("resampled from 48 kHz"), HasSubstr("dB up to 20 kHz")));
 }
 
@@ -159,6 +160,16 @@ TEST_F(UploadTest, ActivatesWhenToldTo) {
     EXPECT_EQ(device_.activeSlot(), 1);
     EXPECT_TRUE(device_.mode().filtering());
     EXPECT_THAT(output(), HasSubstr("which is active"));
+}
+
+TEST_F(UploadTest, AFilterThatArrivedButIsNotActivatedIsTold) {
+    device_.setMode(true, true, false);
+    device_.keepsCorrectionOff = true;
+
+    EXPECT_EQ(upload({"--activate", stereo()}), kExitDevice);
+    EXPECT_THAT(errors(), HasSubstr("the filter is stored in slot 1, but the device did not switch "
+                                    "its correction on"));
+    EXPECT_EQ(device_.stored().count(1), 1U);
 }
 
 TEST_F(UploadTest, ShowsProgressAsLines) {
