@@ -11,7 +11,9 @@ if(VESK_SANITIZE)
             "\"address,undefined\" or \"thread\""
         )
     endif()
-    add_compile_options("-fsanitize=${VESK_SANITIZE}" -fno-omit-frame-pointer)
+    # Line tables are enough for a report, and full optimisation of instrumented code doubles the
+    # time of a build.
+    add_compile_options("-fsanitize=${VESK_SANITIZE}" -fno-omit-frame-pointer -O1 -g1)
     add_link_options("-fsanitize=${VESK_SANITIZE}")
     if(VESK_SANITIZE MATCHES "undefined")
         add_compile_options(-fno-sanitize-recover=undefined)
