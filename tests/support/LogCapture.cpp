@@ -11,7 +11,10 @@ namespace {
 
 class LineAppender : public log4cplus::Appender {
 public:
-    ~LineAppender() override { destructorImpl(); }
+    ~LineAppender() override {
+        destructorImpl();
+        const std::lock_guard afterTheLastLine(mutex_);
+    }
 
     void close() override {}
 

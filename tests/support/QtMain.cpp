@@ -1,10 +1,8 @@
 #include "support/Isolation.h"
-
-#include <QCoreApplication>
+#include "support/TestApplication.h"
 
 #include <gmock/gmock.h>
 #include <log4cplus/configurator.h>
-#include <log4cplus/initializer.h>
 #include <log4cplus/logger.h>
 
 #include <iostream>
@@ -14,10 +12,9 @@ int main(int argc, char** argv) {
     if (!isolateFromMachine())
         std::cerr
             << "No namespaces of our own: System V key 1234 and port 5002 are the machine's\n";
-    const log4cplus::Initializer logging;
     log4cplus::BasicConfigurator::doConfigure(log4cplus::Logger::getDefaultHierarchy(), true);
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::WARN_LOG_LEVEL);
-    const QCoreApplication application(argc, argv);
+    const TestApplication application(argc, argv);
     testing::InitGoogleMock(&argc, argv);
     return RUN_ALL_TESTS();
 }

@@ -1,12 +1,15 @@
 #include "platform/cm/Tree.h"
 
 #include "platform/Log.h"
-#include "platform/cm/Followers.h"
+#include "platform/cm/Follower.h"
 #include "platform/cm/WorkerMailbox.h"
 
+#include <algorithm>
 #include <deque>
+#include <iterator>
 #include <map>
 #include <mutex>
+#include <set>
 #include <stdexcept>
 
 namespace platform {
@@ -72,16 +75,17 @@ public:
     void changeRows(const CMPath& path, const QVariantList& rows);
     void changeDescription(const CMPath& path, const std::function<void(Node&)>& change);
 
-    /// No path: follows all. `present` receives the value at the path.
-    std::shared_ptr<Follower> follow(const std::optional<CMPath>& path, Callback callback,
+    /// `present` receives the value at the path.
+    std::shared_ptr<Follower> follow(const CMPath& path, Callback callback,
                                      std::optional<VeskValue>* present);
-    void unfollow(const std::optional<CMPath>& path, const std::shared_ptr<Follower>& follower);
+    std::shared_ptr<Follower> followAll(Callback callback);
+    void unfollow(const std::shared_ptr<Follower>& follower);
 
 private:
     struct Delivery {
         Change change;
         ChangeNumber number{0};
-        Audience audience;
+        Followers audience;
     };
 
     bool replaceValue(const CMPath& path, const VeskValue& value, ChangeNumber expected);
@@ -90,6 +94,7 @@ private:
     bool beginDelivery();
     std::optional<Delivery> nextDelivery();
     std::optional<VeskValue> valueLocked(const CMPath& path) const;
+    Followers audienceLocked(const CMPath& path, ChangeNumber change) const;
 
     mutable std::mutex mutex_;  // guards all below; never held during a callback or a comparison
     std::map<CMPath, Node> nodes_;
@@ -135,10 +140,12 @@ std::vector<NodeInfo> Tree::Private::list() const {
 }
 
 std::vector<CMPath> Tree::Private::watchedWithoutValue() const {
+    std::set<CMPath> paths;
     const std::lock_guard lock(mutex_);
-    std::vector<CMPath> paths = followers_.followedPaths();
-    std::erase_if(paths, [this](const CMPath& path) { return valueLocked(path).has_value(); });
-    return paths;
+    for (const auto& follower : followers_)
+        if (!follower->followsAll() && !valueLocked(follower->path()))
+            paths.insert(follower->path());
+    return {paths.begin(), paths.end()};
 }
 
 /// Compares without the lock, because comparing large values takes time, and begins anew when
@@ -185,27 +192,37 @@ void Tree::Private::changeDescription(const CMPath& path,
         change(entry->second);
 }
 
-std::shared_ptr<Follower> Tree::Private::follow(const std::optional<CMPath>& path,
-                                                Callback callback,
+std::shared_ptr<Follower> Tree::Private::follow(const CMPath& path, Callback callback,
                                                 std::optional<VeskValue>* present) {
     const std::lock_guard lock(mutex_);
-    auto follower = std::make_shared<Follower>(std::move(callback), lastChange_);
-    followers_.add(path, follower);
-    if (path && present)
-        *present = valueLocked(*path);
-    return follower;
+    followers_.push_back(std::make_shared<Follower>(std::move(callback), lastChange_, path));
+    if (present)
+        *present = valueLocked(path);
+    return followers_.back();
 }
 
-void Tree::Private::unfollow(const std::optional<CMPath>& path,
-                             const std::shared_ptr<Follower>& follower) {
+std::shared_ptr<Follower> Tree::Private::followAll(Callback callback) {
     const std::lock_guard lock(mutex_);
-    followers_.remove(path, follower);
+    followers_.push_back(std::make_shared<Follower>(std::move(callback), lastChange_));
+    return followers_.back();
+}
+
+void Tree::Private::unfollow(const std::shared_ptr<Follower>& follower) {
+    const std::lock_guard lock(mutex_);
+    std::erase(followers_, follower);
 }
 
 std::optional<VeskValue> Tree::Private::valueLocked(const CMPath& path) const {
     const auto entry = nodes_.find(path);
     const bool hasValue = entry != nodes_.end() && entry->second.hasValue;
     return hasValue ? std::optional(entry->second.value) : std::nullopt;
+}
+
+Followers Tree::Private::audienceLocked(const CMPath& path, ChangeNumber change) const {
+    Followers audience;
+    std::copy_if(followers_.begin(), followers_.end(), std::back_inserter(audience),
+                 [&](const auto& follower) { return follower->wants(path, change); });
+    return audience;
 }
 
 void Tree::Private::queueChange(const CMPath& path, Node& node) {
@@ -237,21 +254,18 @@ std::optional<Tree::Private::Delivery> Tree::Private::nextDelivery() {
     }
     Delivery next = std::move(undelivered_.front());
     undelivered_.pop_front();
-    next.audience = followers_.audience(next.change.path, next.number);
+    next.audience = audienceLocked(next.change.path, next.number);
     return next;
 }
 
 class Subscription::Private {
 public:
-    Private(const std::shared_ptr<Tree::Private>& tree, std::optional<CMPath> path,
-            Tree::Callback callback, std::optional<VeskValue>* present)
-        : tree_(tree),
-          path_(std::move(path)),
-          follower_(tree->follow(path_, std::move(callback), present)) {}
+    Private(std::weak_ptr<Tree::Private> tree, std::shared_ptr<Follower> follower)
+        : tree_(std::move(tree)), follower_(std::move(follower)) {}
 
     ~Private() {
         if (const auto tree = tree_.lock())
-            tree->unfollow(path_, follower_);
+            tree->unfollow(follower_);
         follower_->end();
     }
 
@@ -260,7 +274,6 @@ public:
 
 private:
     const std::weak_ptr<Tree::Private> tree_;
-    const std::optional<CMPath> path_;  // none: all
     const std::shared_ptr<Follower> follower_;
 };
 
@@ -318,13 +331,13 @@ void Tree::invoke(const CMPath& path, const VeskHash& arguments, const CMReply<Q
 
 Subscription Tree::subscribe(const CMPath& path, Callback callback,
                              std::optional<VeskValue>* present) {
-    return Subscription(
-        std::make_unique<Subscription::Private>(private_, path, std::move(callback), present));
+    return Subscription(std::make_unique<Subscription::Private>(
+        private_, private_->follow(path, std::move(callback), present)));
 }
 
 Subscription Tree::subscribeAll(Callback callback) {
-    return Subscription(std::make_unique<Subscription::Private>(private_, std::nullopt,
-                                                                std::move(callback), nullptr));
+    return Subscription(std::make_unique<Subscription::Private>(
+        private_, private_->followAll(std::move(callback))));
 }
 
 std::vector<NodeInfo> Tree::list() const {

@@ -3,10 +3,8 @@
 #include "platform/cm/Tree.h"
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <vector>
 
 namespace platform {
@@ -17,10 +15,14 @@ using ChangeNumber = std::uint64_t;
 /// A callback that can be ended while another thread is about to call it.
 class Follower {
 public:
-    /// Reports the changes after `since`.
+    /// Reports the changes of all paths after `since`.
     Follower(Tree::Callback callback, ChangeNumber since);
+    /// Reports those of one path.
+    Follower(Tree::Callback callback, ChangeNumber since, CMPath path);
 
-    bool wants(ChangeNumber change) const { return change > since_; }
+    bool followsAll() const { return all_; }
+    const CMPath& path() const { return path_; }
+    bool wants(const CMPath& path, ChangeNumber change) const;
 
     void call(const Change& change);
     /// Waits for a call that runs in another thread; afterwards call() does nothing.
@@ -29,25 +31,12 @@ public:
 private:
     const Tree::Callback callback_;
     const ChangeNumber since_;
+    const bool all_;
+    const CMPath path_;           // when not all
     std::recursive_mutex mutex_;  // recursive, so that a callback can end itself
     bool ended_{false};           // guarded by mutex_
 };
 
-using Audience = std::vector<std::shared_ptr<Follower>>;
-
-/// Who follows what. Not synchronised: guarded by the tree's mutex.
-class Followers {
-public:
-    /// No path: follows all.
-    void add(const std::optional<CMPath>& path, std::shared_ptr<Follower> follower);
-    void remove(const std::optional<CMPath>& path, const std::shared_ptr<Follower>& follower);
-
-    Audience audience(const CMPath& path, ChangeNumber change) const;
-    std::vector<CMPath> followedPaths() const;
-
-private:
-    std::map<CMPath, Audience> ofPath_;
-    Audience ofAll_;
-};
+using Followers = std::vector<std::shared_ptr<Follower>>;
 
 }  // namespace platform
