@@ -6,6 +6,7 @@
 #include "platform/cm/SettingsDatabase.h"
 
 #include <QFile>
+#include <QTemporaryDir>
 
 #include <chrono>
 #include <condition_variable>
@@ -55,16 +56,17 @@ void moveAside(const fs::path& file, const std::string& reason) {
                                                << " and the device starts with its initial values");
 }
 
-std::unique_ptr<SettingsDatabase> openDatabase(const fs::path& file) {
-    try {
-        return std::make_unique<SettingsDatabase>(file);
-    } catch (const DamagedDatabase& damage) {
-        moveAside(file, damage.what());
-    } catch (const std::exception& error) {
-        throw std::runtime_error("Cannot open the settings in " + file.string() + ": " +
-                                 error.what());
-    }
-    return std::make_unique<SettingsDatabase>(file);
+/// The settings of a file that can only be read: SQLite wants to write even then.
+Settings readCopy(const fs::path& file) {
+    const QTemporaryDir directory;
+    const fs::path copy =
+        fs::path(QFile::encodeName(directory.path()).toStdString()) / file.filename();
+    for (const char* suffix : {"", "-wal"})
+        if (fs::exists(file.string() + suffix)) {
+            fs::copy_file(file.string() + suffix, copy.string() + suffix);
+            fs::permissions(copy.string() + suffix, fs::perms::owner_write, fs::perm_options::add);
+        }
+    return SettingsDatabase(copy).takeContent();
 }
 
 }  // namespace
@@ -75,8 +77,7 @@ public:
         : directory_(makeDirectory(directory)),
           lock_(directory_),
           file_(fs::path(directory_) / "settings.sqlite"),
-          database_(openDatabase(file_)),
-          stored_(database_->takeContent()),
+          database_(open()),
           writer_([this] { run(); }) {}
 
     ~Private() {
@@ -109,6 +110,35 @@ public:
     }
 
 private:
+    /// Fills `stored_`. Null: the file can be read but not written.
+    std::unique_ptr<SettingsDatabase> open() {
+        try {
+            return openForWriting();
+        } catch (const DamagedDatabase& damage) {
+            moveAside(file_, damage.what());
+            return openForWriting();
+        } catch (const std::exception& error) {
+            readOnly(error.what());
+            return nullptr;
+        }
+    }
+
+    std::unique_ptr<SettingsDatabase> openForWriting() {
+        auto database = std::make_unique<SettingsDatabase>(file_);
+        stored_ = database->takeContent();
+        return database;
+    }
+
+    void readOnly(const std::string& reason) {
+        try {
+            stored_ = readCopy(file_);
+        } catch (const std::exception& error) {
+            throw std::runtime_error("Cannot read the settings in " + file_.string() + ": " +
+                                     error.what());
+        }
+        reportFailure(reason);
+    }
+
     // All below: in the writer thread.
 
     void run() {
@@ -130,6 +160,8 @@ private:
 
     bool store(const Settings& group) {
         try {
+            if (!database_)
+                database_ = std::make_unique<SettingsDatabase>(file_);
             database_->store(encode(group));
             reportSuccess();
             return true;
@@ -187,13 +219,13 @@ private:
     const DirectoryLock lock_;
     const fs::path file_;
 
-    // Owned by the writer thread.
-    const std::unique_ptr<SettingsDatabase> database_;
-    std::string failure_;  // why the last attempt failed; empty: it did not
-    bool lastAttempt_{false};
-
     // Owned by the thread that made the store.
     Settings stored_;
+
+    // Owned by the writer thread once it runs.
+    std::string failure_;  // why the last attempt failed; empty: it did not
+    bool lastAttempt_{false};
+    std::unique_ptr<SettingsDatabase> database_;  // null: the file can only be read so far
 
     std::mutex mutex_;
     std::condition_variable wake_;

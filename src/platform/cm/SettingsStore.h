@@ -14,13 +14,13 @@ namespace platform {
 ///
 /// Writes are encoded and stored by a thread of the store, in groups: on disk at most 100 ms after
 /// write() unless the disk is slower, and when the store is destroyed. What is on disk is at any
-/// moment the state after some earlier write. A write that fails (a full disk) is logged and tried
-/// again until it succeeds.
+/// moment the state after some earlier write. A write that fails (a full disk, a file that can only
+/// be read) is logged and tried again until it succeeds.
 class SettingsStore {
 public:
     /// Makes the directory when it is missing and reads what is stored. A damaged file is logged
     /// and moved aside to "settings.sqlite.damaged-<n>"; the store is then empty. Throws
-    /// std::runtime_error when the directory cannot be used or another process uses it.
+    /// std::runtime_error when the directory cannot be read or another process uses it.
     explicit SettingsStore(const QString& directory);
 
     /// Stores what is not yet stored.

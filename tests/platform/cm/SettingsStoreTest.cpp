@@ -394,4 +394,33 @@ TEST_F(SettingsStoreTest, ExitOnFullDiskSaysWhatIsLostAndKeepsTheEarlierState) {
     EXPECT_EQ(take(), VeskValue::ofI32(1));
 }
 
+/// Runs in a process of its own, which gives up root's right to write everywhere.
+[[noreturn]] void exitWithStoredValue(const QString& directory) {
+    if (geteuid() == 0 && seteuid(65534) != 0)
+        _exit(EXIT_FAILURE);
+    SettingsStore store(directory);
+    const int value = store.take(kPath).value_or(VeskValue()).i32_();
+    store.write(kPath, VeskValue::ofI32(99));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    _exit(value);
+}
+
+TEST_F(SettingsStoreTest, FileThatCanOnlyBeReadIsReadAndTheFailureLogged) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "The thread sanitizer starts no threads in a forked process";
+#endif
+    open();
+    write(42);
+    close();
+    QFile::setPermissions(directory_.path(), QFile::Permissions(0x7755));
+    const std::string failure = "ERROR - Cannot store settings in .*settings.sqlite";
+    QFile::setPermissions(file("settings.sqlite"), QFile::Permissions(0x4444));
+    EXPECT_EXIT(exitWithStoredValue(directory()), testing::ExitedWithCode(42), failure);
+    QFile::setPermissions(directory(), QFile::Permissions(0x5555));
+    EXPECT_EXIT(exitWithStoredValue(directory()), testing::ExitedWithCode(42), failure);
+    QFile::setPermissions(directory(), QFile::Permissions(0x7755));
+    open();
+    EXPECT_EQ(take(), VeskValue::ofI32(42));
+}
+
 }  // namespace
