@@ -1,7 +1,7 @@
 #pragma once
 
-#include <compare>
 #include <cstdint>
+#include <tuple>
 
 namespace processing {
 
@@ -11,7 +11,11 @@ struct CellIndex {
     std::uint32_t inputIdx{0};
     std::uint32_t outputIdx{0};
 
-    friend auto operator<=>(const CellIndex&, const CellIndex&) = default;
+    friend bool operator==(const CellIndex&, const CellIndex&) = default;
+    friend bool operator<(const CellIndex& a, const CellIndex& b) {
+        return std::tie(a.sectionIdx, a.inputIdx, a.outputIdx) <
+               std::tie(b.sectionIdx, b.inputIdx, b.outputIdx);
+    }
 };
 
 }  // namespace processing
