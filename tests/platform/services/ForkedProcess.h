@@ -26,6 +26,13 @@ public:
         return WIFEXITED(status) && WEXITSTATUS(status) == 0;
     }
 
+    /// A system call in which the process waits ends early, with EINTR.
+    void pauseAndResume() const {
+        ::kill(pid_, SIGSTOP);
+        waitpid(pid_, nullptr, WUNTRACED);
+        ::kill(pid_, SIGCONT);
+    }
+
     void kill() {
         if (pid_ < 0)
             return;

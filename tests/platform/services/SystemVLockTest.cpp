@@ -4,12 +4,10 @@
 #include "platform/services/ScratchKey.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sched.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <csignal>
 #include <memory>
 #include <system_error>
 #include <thread>
@@ -181,27 +179,14 @@ TEST_F(SystemVLockTest, ThreadsThatShareAnObjectExcludeEachOther) {
     EXPECT_EQ(turns, 8000);
 }
 
-TEST_F(SystemVLockTest, SignalDoesNotEndTheWait) {
-    static std::atomic<bool> interrupted{false};
-    struct sigaction interrupt {};
-    interrupt.sa_handler = [](int) { interrupted = true; };
-    ASSERT_EQ(sigaction(SIGUSR1, &interrupt, nullptr), 0);
+TEST_F(SystemVLockTest, InterruptionDoesNotEndTheWait) {
     ASSERT_FALSE(lock.lock());
-    std::atomic<bool> locked{false};
-    std::jthread waiter([&] {
-        SystemVLock own(key.get());
-        ASSERT_FALSE(own.lock());
-        locked = true;
-        own.unlock();
-    });
+    ForkedProcess waiter([&] { return !SystemVLock(key.get()).lock(); });
     key.waitForBlockedLockers(1);
-    pthread_kill(waiter.native_handle(), SIGUSR1);
-    waitUntil(interrupted);
+    waiter.pauseAndResume();
     key.waitForBlockedLockers(1);
-    EXPECT_FALSE(locked);
     lock.unlock();
-    waiter.join();
-    EXPECT_TRUE(locked);
+    EXPECT_TRUE(waiter.succeeded());
 }
 
 TEST_F(SystemVLockTest, RemovedSemaphoreIsRecreated) {
