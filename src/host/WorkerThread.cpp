@@ -7,7 +7,6 @@
 
 #include <dlfcn.h>
 
-#include <memory>
 #include <stdexcept>
 
 namespace host {
@@ -60,10 +59,19 @@ void WorkerThread::run() {
     }
 }
 
+std::unique_ptr<CMAbstractWorker> WorkerThread::makeWorker() const {
+    try {
+        std::unique_ptr<CMAbstractWorker> worker(create_(nullptr, {}));
+        if (!worker)
+            throw std::runtime_error(std::string(kEntryPoint) + " has returned no worker");
+        return worker;
+    } catch (const std::exception& error) {
+        throw std::runtime_error(plugin_ + ": the worker cannot be made: " + error.what());
+    }
+}
+
 void WorkerThread::runWorker() {
-    const std::unique_ptr<CMAbstractWorker> worker(create_(nullptr, {}));
-    if (!worker)
-        throw std::runtime_error(plugin_ + ": " + kEntryPoint + " has made no worker");
+    const auto worker = makeWorker();
     // A quit() before the event loop runs would be lost.
     QTimer::singleShot(0, [this] { started_.set_value(); });
     exec();

@@ -4,6 +4,7 @@
 #include <QVariantHash>
 
 #include <future>
+#include <memory>
 #include <string>
 
 class CMAbstractWorker;
@@ -27,6 +28,7 @@ public:
 private:
     void run() override;
     void runWorker();
+    std::unique_ptr<CMAbstractWorker> makeWorker() const;
 
     const std::string plugin_;
     EntryPoint* const create_;
