@@ -1,0 +1,6 @@
+#include <QtGlobal>
+
+/// A library that is no plug-in.
+extern "C" Q_DECL_EXPORT int answer() {
+    return 42;
+}
