@@ -113,13 +113,20 @@ public:
     explicit Private(const DeviceDescription& description)
         : store_(openStore(description.stateDirectory)), storing_(provide(description)) {
         qRegisterMetaType<VeskValue>("VeskValue");
+        if (store_) {
+            tree_->setStorage([this](std::chrono::milliseconds timeout) {
+                return store_->waitUntilStored(timeout);
+            });
+        }
     }
 
     Tree& tree() { return *tree_; }
 
 private:
     static std::unique_ptr<SettingsStore> openStore(const QString& directory) {
-        return directory.isEmpty() ? nullptr : std::make_unique<SettingsStore>(directory);
+        if (directory.isEmpty())
+            return nullptr;
+        return std::make_unique<SettingsStore>(directory);
     }
 
     /// Returns what carries the changes of persistent values to the store.

@@ -7,7 +7,10 @@
 #include <QCborValue>
 #include <QStringList>
 
-#include <cstring>
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <iterator>
 #include <stdexcept>
 
 namespace platform {
@@ -46,7 +49,7 @@ private:
     void append(double number) {
         const auto narrow = static_cast<float>(number);
         const auto widened = static_cast<double>(narrow);
-        if (std::memcmp(&widened, &number, sizeof number) == 0)
+        if (std::bit_cast<std::uint64_t>(widened) == std::bit_cast<std::uint64_t>(number))
             writer_.append(narrow);
         else
             writer_.append(number);
@@ -107,8 +110,7 @@ QVariantHash toHash(const QCborMap& map) {
 QVariantList toList(const QCborArray& array) {
     QVariantList list;
     list.reserve(static_cast<int>(array.size()));
-    for (const QCborValue& element : array)
-        list.append(toVariant(element));
+    std::transform(array.begin(), array.end(), std::back_inserter(list), toVariant);
     return list;
 }
 

@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <filesystem>
 #include <mutex>
 #include <thread>
@@ -20,13 +21,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A write waits this long for others that belong to it.
-constexpr std::chrono::milliseconds kGather{10};
+/// A write waits this long for others that belong to it, unless somebody waits for the disk.
+constexpr std::chrono::milliseconds kGather{50};
 /// Between two attempts to store what could not be stored.
 constexpr std::chrono::seconds kRetry{1};
 
 std::string makeDirectory(const QString& directory) {
-    const std::string path = QFile::encodeName(directory).toStdString();
+    std::string path = QFile::encodeName(directory).toStdString();
     std::error_code error;
     fs::create_directories(path, error);
     if (error)
@@ -37,7 +38,7 @@ std::string makeDirectory(const QString& directory) {
 
 fs::path freeName(const fs::path& file) {
     for (int number = 1;; ++number) {
-        const fs::path candidate = file.string() + ".damaged-" + std::to_string(number);
+        fs::path candidate = file.string() + ".damaged-" + std::to_string(number);
         if (!fs::exists(fs::symlink_status(candidate)))
             return candidate;
     }
@@ -105,8 +106,22 @@ public:
         {
             const std::lock_guard lock(mutex_);
             unstored_.insert(path, value);
+            ++kept_;
         }
         wake_.notify_all();
+    }
+
+    bool waitUntilStored(std::chrono::milliseconds timeout) {
+        std::unique_lock lock(mutex_);
+        const auto wanted = kept_;
+        const auto isStored = [this, wanted] { return onDisk_ >= wanted; };
+        if (isStored())
+            return true;
+        ++waiting_;
+        wake_.notify_all();
+        progress_.wait_for(lock, timeout, [&] { return isStored() || isFailing_; });
+        --waiting_;
+        return isStored();
     }
 
 private:
@@ -144,7 +159,11 @@ private:
     void run() {
         for (;;) {
             const Settings group = nextGroup();
-            if (group.isEmpty() || (!store(group) && giveUp(group)))
+            if (group.isEmpty())
+                return;
+            const bool stored = store(group);
+            reportProgress(stored);
+            if (!stored && giveUp(group))
                 return;
         }
     }
@@ -153,9 +172,23 @@ private:
     Settings nextGroup() {
         std::unique_lock lock(mutex_);
         wake_.wait(lock, [this] { return stopping_ || !unstored_.isEmpty(); });
-        const auto pause = failure_.empty() ? std::chrono::milliseconds(kGather) : kRetry;
-        lastAttempt_ = wake_.wait_for(lock, pause, [this] { return stopping_; });
+        if (isFailing_)
+            wake_.wait_for(lock, kRetry, [this] { return stopping_; });
+        else
+            wake_.wait_for(lock, kGather, [this] { return stopping_ || waiting_ > 0; });
+        lastAttempt_ = stopping_;
+        taken_ = kept_;
         return std::exchange(unstored_, {});
+    }
+
+    void reportProgress(bool stored) {
+        {
+            const std::lock_guard lock(mutex_);
+            isFailing_ = !stored;
+            if (stored)
+                onDisk_ = taken_;
+        }
+        progress_.notify_all();
     }
 
     bool store(const Settings& group) {
@@ -225,12 +258,18 @@ private:
     // Owned by the writer thread once it runs.
     std::string failure_;  // why the last attempt failed; empty: it did not
     bool lastAttempt_{false};
+    std::uint64_t taken_{0};  // of the values kept, how many are in the present group or before it
     std::unique_ptr<SettingsDatabase> database_;  // null: the file can only be read so far
 
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    Settings unstored_;     // guarded by mutex_
-    bool stopping_{false};  // guarded by mutex_
+    std::mutex mutex_;                  // guards all below
+    std::condition_variable wake_;      // for the writer
+    std::condition_variable progress_;  // for those who wait for the disk
+    Settings unstored_;
+    std::uint64_t kept_{0};    // values that write() has kept
+    std::uint64_t onDisk_{0};  // how many of them are stored
+    int waiting_{0};
+    bool isFailing_{false};  // the last attempt failed
+    bool stopping_{false};
 
     std::thread writer_;  // last: runs on the members above
 };
@@ -247,6 +286,10 @@ std::optional<VeskValue> SettingsStore::take(const CMPath& path) {
 
 void SettingsStore::write(const CMPath& path, const VeskValue& value) {
     private_->write(path, value);
+}
+
+bool SettingsStore::waitUntilStored(std::chrono::milliseconds timeout) {
+    return private_->waitUntilStored(timeout);
 }
 
 }  // namespace platform

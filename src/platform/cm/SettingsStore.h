@@ -5,6 +5,7 @@
 
 #include <QString>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 
@@ -35,6 +36,10 @@ public:
 
     /// Keeps a new value. Any thread; returns at once.
     void write(const CMPath& path, const VeskValue& value);
+
+    /// Waits until every value kept before is on disk; does not wait for others to join them.
+    /// False when that takes longer than `timeout` or cannot be done at present. Any thread.
+    bool waitUntilStored(std::chrono::milliseconds timeout);
 
 private:
     class Private;

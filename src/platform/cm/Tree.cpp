@@ -5,6 +5,7 @@
 #include "platform/cm/WorkerMailbox.h"
 
 #include <algorithm>
+#include <condition_variable>
 #include <deque>
 #include <iterator>
 #include <map>
@@ -63,7 +64,7 @@ void post(WorkerMailbox& worker, const CMPath& path, const VeskValue& value,
 /// The nodes, their followers, and the changes on their way from the ones to the others.
 class Tree::Private {
 public:
-    void add(const CMPath& path, Node node);
+    void add(const CMPath& path, const Node& node);
     void remove(const CMPath& path);
 
     /// A copy of the node; its values share their data with the tree's.
@@ -81,6 +82,10 @@ public:
     std::shared_ptr<Follower> followAll(Callback callback);
     void unfollow(const std::shared_ptr<Follower>& follower);
 
+    bool waitUntilReported(std::chrono::milliseconds timeout) const;
+
+    Storage storage;  // constant once the tree has clients
+
 private:
     struct Delivery {
         Change change;
@@ -97,17 +102,19 @@ private:
     Followers audienceLocked(const CMPath& path, ChangeNumber change) const;
 
     mutable std::mutex mutex_;  // guards all below; never held during a callback or a comparison
+    mutable std::condition_variable progress_;  // of reported_
     std::map<CMPath, Node> nodes_;
     Followers followers_;
     ChangeNumber lastChange_{0};
+    ChangeNumber reported_{0};  // up to this change every follower has been called
     std::deque<Delivery> undelivered_;
     bool delivering_{false};
 };
 
-void Tree::Private::add(const CMPath& path, Node node) {
+void Tree::Private::add(const CMPath& path, const Node& node) {
     {
         const std::lock_guard lock(mutex_);
-        const auto [entry, added] = nodes_.try_emplace(path, std::move(node));
+        const auto [entry, added] = nodes_.try_emplace(path, node);
         if (!added)
             throw std::runtime_error("The configuration tree already has a node at " +
                                      path.toString().toStdString());
@@ -248,6 +255,8 @@ bool Tree::Private::beginDelivery() {
 
 std::optional<Tree::Private::Delivery> Tree::Private::nextDelivery() {
     const std::lock_guard lock(mutex_);
+    reported_ = undelivered_.empty() ? lastChange_ : undelivered_.front().number - 1;
+    progress_.notify_all();
     if (undelivered_.empty()) {
         delivering_ = false;
         return std::nullopt;
@@ -256,6 +265,12 @@ std::optional<Tree::Private::Delivery> Tree::Private::nextDelivery() {
     undelivered_.pop_front();
     next.audience = audienceLocked(next.change.path, next.number);
     return next;
+}
+
+bool Tree::Private::waitUntilReported(std::chrono::milliseconds timeout) const {
+    std::unique_lock lock(mutex_);
+    const ChangeNumber wanted = lastChange_;
+    return progress_.wait_for(lock, timeout, [this, wanted] { return reported_ >= wanted; });
 }
 
 class Subscription::Private {
@@ -300,7 +315,7 @@ void Tree::provide(const ProvidedValue& provided) {
     node.value = provided.initial;
     node.persistent = provided.persistent;
     node.everyTransition = provided.everyTransition;
-    private_->add(provided.path, std::move(node));
+    private_->add(provided.path, node);
 }
 
 std::optional<VeskValue> Tree::read(const CMPath& path) const {
@@ -353,12 +368,26 @@ std::vector<CMPath> Tree::watchedWithoutValue() const {
     return private_->watchedWithoutValue();
 }
 
+bool Tree::waitUntilReported(std::chrono::milliseconds timeout) const {
+    return private_->waitUntilReported(timeout);
+}
+
+void Tree::setStorage(Storage storage) {
+    private_->storage = std::move(storage);
+}
+
+bool Tree::waitUntilStored(std::chrono::milliseconds timeout) const {
+    if (!private_->storage)
+        return true;
+    return waitUntilReported(timeout) && private_->storage(timeout);
+}
+
 void Tree::addNode(const CMPath& path, NodeKind kind, std::shared_ptr<WorkerMailbox> worker) {
     Node node;
     node.kind = kind;
     node.hasValue = kind == NodeKind::Value;
     node.worker = std::move(worker);
-    private_->add(path, std::move(node));
+    private_->add(path, node);
 }
 
 void Tree::removeNode(const CMPath& path) {

@@ -6,6 +6,7 @@
 
 #include <QVariantList>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -108,6 +109,23 @@ public:
 
     /// Follows all paths.
     [[nodiscard]] Subscription subscribeAll(Callback callback);
+
+    /// Waits until every change made before has been reported; false when that takes longer than
+    /// `timeout`. Not for callbacks.
+    bool waitUntilReported(std::chrono::milliseconds timeout) const;
+
+    // Storage.
+
+    /// Waits at most so long until all persistent values that were reported are stored.
+    using Storage = std::function<bool(std::chrono::milliseconds timeout)>;
+
+    /// Says who stores the persistent values. Before the tree has clients.
+    void setStorage(Storage storage);
+
+    /// Waits until every change of a persistent value made before is stored; false when that takes
+    /// longer than `timeout` or cannot be done at present. True at once when nothing is to be
+    /// stored.
+    bool waitUntilStored(std::chrono::milliseconds timeout) const;
 
     // Tools.
 

@@ -1,6 +1,7 @@
 #include "platform/endpoint/GrpcServer.h"
 
 #include "platform/Log.h"
+#include "platform/endpoint/AnswerInterceptor.h"
 #include "platform/endpoint/ServiceNames.h"
 
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
@@ -86,7 +87,8 @@ void reportServing(const grpc::Server& server, const std::vector<std::string>& s
 
 std::unique_ptr<GrpcServer> GrpcServer::start(std::shared_ptr<grpc::Service> service,
                                               const std::string& address, unsigned short port,
-                                              const GrpcServerLimits& limits) {
+                                              const GrpcServerLimits& limits,
+                                              const std::function<void()>& beforeAnswer) {
     const std::string target = joinAddress(address, port);
     int boundPort = 0;
     std::vector<std::string> serviceNames;
@@ -94,6 +96,8 @@ std::unique_ptr<GrpcServer> GrpcServer::start(std::shared_ptr<grpc::Service> ser
     refuseSharedPort(builder);
     setKeepalive(builder);
     setLimits(builder, limits);
+    if (beforeAnswer)
+        interceptAnswers(builder, beforeAnswer);
     builder.SetOption(std::make_unique<ServiceNames>(serviceNames));
     builder.RegisterService(service.get());
     builder.AddListeningPort(target, grpc::InsecureServerCredentials(), &boundPort);

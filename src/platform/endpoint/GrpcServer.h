@@ -3,6 +3,7 @@
 #include "sdk/endpoint/Server.h"
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -39,9 +40,13 @@ public:
     /// Starts listening without encryption. `address` is a host name or numeric, IPv4 or IPv6;
     /// "0.0.0.0" and "::" are all interfaces. Port 0 is any free one. Null, with a log line that
     /// names address and port, when the address is not one of this host's or the port is taken.
+    ///
+    /// `beforeAnswer`, when given, is called in a call's thread after its handler has returned and
+    /// before the client is told how the call ended.
     static std::unique_ptr<GrpcServer> start(std::shared_ptr<grpc::Service> service,
                                              const std::string& address, unsigned short port,
-                                             const GrpcServerLimits& limits = {});
+                                             const GrpcServerLimits& limits = {},
+                                             const std::function<void()>& beforeAnswer = {});
 
     ~GrpcServer() override;
     GrpcServer(const GrpcServer&) = delete;

@@ -170,6 +170,23 @@ TEST_F(SettingsStoreTest, WriteIsOnDiskWithin100Milliseconds) {
     EXPECT_LE(fastest, std::chrono::milliseconds(100));
 }
 
+TEST_F(SettingsStoreTest, WhoWaitedFindsTheValueOnDisk) {
+    open();
+    for (int i = 1; i <= 20; ++i) {
+        write(i);
+        ASSERT_TRUE(store_->waitUntilStored(kLongest));
+        ASSERT_TRUE(isOnDisk(i));
+    }
+}
+
+TEST_F(SettingsStoreTest, WaitingWithNothingToStoreEndsAtOnce) {
+    open();
+    EXPECT_TRUE(store_->waitUntilStored(std::chrono::milliseconds(0)));
+    write(1);
+    EXPECT_TRUE(store_->waitUntilStored(kLongest));
+    EXPECT_TRUE(store_->waitUntilStored(std::chrono::milliseconds(0)));
+}
+
 TEST_F(SettingsStoreTest, KilledProcessLeavesEarlierCompleteState) {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "The thread sanitizer starts no threads in a forked process";
@@ -365,6 +382,17 @@ TEST_F(SettingsStoreTest, FullDiskIsLoggedAndTheValueStoredOnceThereIsSpace) {
                 testing::AllOf(HasSubstr("ERROR Cannot store settings in " +
                                          file("settings.sqlite").toStdString()),
                                HasSubstr("disk I/O error (SQLite error 778)")));
+}
+
+TEST_F(SettingsStoreTest, FullDiskEndsTheWait) {
+    open();
+    {
+        const FullDisk full;
+        write(1);
+        EXPECT_FALSE(store_->waitUntilStored(kLongest));
+    }
+    EXPECT_TRUE(waitUntil([this] { return store_->waitUntilStored(kLongest); }));
+    EXPECT_TRUE(isOnDisk(1));
 }
 
 TEST_F(SettingsStoreTest, StoreOpensOnFullDiskAndStoresLater) {

@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <stdexcept>
 #include <thread>
 
@@ -319,6 +321,35 @@ TEST_F(TreeTest, SecondCurrentTreeIsRefused) {
 
 TEST(TreeDeathTest, RootWithoutPlatformEndsTheProcess) {
     EXPECT_DEATH(CMRoot(), "The configuration tree is used while no platform exists");
+}
+
+TEST_F(TreeTest, NothingIsWaitedForWithoutAStorage) {
+    provide(kPath, 1);
+    EXPECT_TRUE(tree_->waitUntilStored(std::chrono::milliseconds(0)));
+}
+
+TEST_F(TreeTest, StorageIsAskedWhenEveryEarlierChangeHasBeenReported) {
+    provide(kPath, 1);
+    std::atomic<bool> isReported{false};
+    std::atomic<bool> wasReportedBefore{false};
+    tree_->setStorage([&](std::chrono::milliseconds) {
+        wasReportedBefore = isReported.load();
+        return true;
+    });
+    std::promise<void> entered;
+    std::promise<void> go;
+    const Subscription slow = tree_->subscribe(kPath, [&](const Change&) {
+        entered.set_value();
+        go.get_future().wait();
+        isReported = true;
+    });
+    std::thread writer([this] { write(kPath, 2); });
+    entered.get_future().wait();
+    EXPECT_FALSE(tree_->waitUntilReported(std::chrono::milliseconds(0)));
+    go.set_value();
+    EXPECT_TRUE(tree_->waitUntilStored(std::chrono::seconds(20)));
+    EXPECT_TRUE(wasReportedBefore);
+    writer.join();
 }
 
 }  // namespace

@@ -83,6 +83,23 @@ TEST_F(GrpcServerTest, ServesAtTheAskedPort) {
     EXPECT_TRUE(StreamingClient(port).call().ok());
 }
 
+TEST_F(GrpcServerTest, ClientIsAnsweredAfterWhatComesBeforeAnAnswer) {
+    std::atomic<int> calls{0};
+    std::atomic<bool> isAnswered{false};
+    std::atomic<bool> wasAnsweredBefore{false};
+    const auto server = GrpcServer::start(service, kLoopback, 0, {}, [&] {
+        std::this_thread::sleep_for(50ms);  // an answer that did not wait would overtake
+        wasAnsweredBefore = wasAnsweredBefore || isAnswered;
+        ++calls;
+    });
+    ASSERT_NE(server, nullptr);
+    StreamingClient client(server->port());
+    EXPECT_TRUE(client.call().ok());
+    isAnswered = true;
+    EXPECT_EQ(calls, 1);
+    EXPECT_FALSE(wasAnsweredBefore);
+}
+
 TEST_F(GrpcServerTest, PortOfAnotherServerGivesNullAndAWarning) {
     const LogCapture log("Platform");
     const auto first = start();
