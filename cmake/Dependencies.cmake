@@ -12,6 +12,8 @@ find_package(CLI11 REQUIRED)
 find_package(nlohmann_json REQUIRED)
 pkg_check_modules(sndfile REQUIRED IMPORTED_TARGET sndfile)
 pkg_check_modules(soxr REQUIRED IMPORTED_TARGET soxr)
+pkg_check_modules(alsa REQUIRED IMPORTED_TARGET alsa)
+pkg_check_modules(kissfft REQUIRED IMPORTED_TARGET kissfft-float)
 
 if(BUILD_TESTING)
     find_package(GTest REQUIRED)
