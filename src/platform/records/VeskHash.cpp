@@ -5,8 +5,9 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
-#include <cstring>
+#include <cstdint>
 #include <ostream>
 
 namespace {
@@ -38,7 +39,7 @@ const T& content(const QVariant& variant) {
 }
 
 bool same(double a, double b) {
-    return std::memcmp(&a, &b, sizeof a) == 0;
+    return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
 }
 
 bool isFloatingPoint(const QVariant& variant) {
