@@ -129,9 +129,9 @@ bool SharedRoom::enter(const RoomDescription& description, double history) {
         throw RoomError(EBUSY, description.file.string() + ": another stream " +
                                    (role_ == Role::kPlayback ? "plays" : "records") +
                                    " in this room");
-    wake_ = openWake(wakePath(path_, role_));
-    peerWake_ = openWake(wakePath(path_, peerOf(role_)));
     try {
+        wake_ = openWake(wakePath(path_, role_));
+        peerWake_ = openWake(wakePath(path_, peerOf(role_)));
         memory_ = openMemory(description, history);
     } catch (...) {
         if (!isInhabited(file_.get()))

@@ -4,9 +4,12 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <cmath>
+#include <cstdlib>
 #include <fstream>
 
 #include "roomsim/AlsaPcm.h"
+#include "roomsim/ImpulseResponses.h"
 #include "roomsim/SharedRoom.h"
 #include "roomsim/WavFile.h"
 #include "support/Eventually.h"
@@ -221,6 +224,40 @@ TEST_F(AlsaProcessesTest, TheToolPrintsAConfigurationThatWorks) {
     snd_config_update_free_global();
     EXPECT_EQ(openResult(kPlayback), 0);
 }
+
+TEST_F(AlsaProcessesTest, TheExampleConfigurationTakesRoomAndPluginFromTheEnvironment) {
+    std::filesystem::copy_file(VESK_EXAMPLE_ROOMS "/asound.conf", files.path("asound.conf"),
+                               std::filesystem::copy_options::overwrite_existing);
+    setenv("VESK_ROOM_PLUGIN", VESK_ROOM_PLUGIN, 1);
+    setenv("VESK_ROOM", files.room().c_str(), 1);
+    snd_config_update_free_global();
+    EXPECT_EQ(openResult(kPlayback), 0);
+    setenv("VESK_ROOM", "/none.json", 1);
+    snd_config_update_free_global();
+    EXPECT_EQ(openResult(kPlayback), -ENOENT);
+    unsetenv("VESK_ROOM");
+    unsetenv("VESK_ROOM_PLUGIN");
+}
+
+class ExampleRoom : public testing::TestWithParam<const char*> {};
+
+TEST_P(ExampleRoom, HasAUsableResponseFromEachSpeakerToEachMicrophone) {
+    const std::string file = std::string(VESK_EXAMPLE_ROOMS "/") + GetParam();
+    auto room = roomsim::readRoomDescription(file);
+    for (room.microphone = 0; room.microphone < room.microphones.size(); ++room.microphone) {
+        const Signals responses = roomsim::impulseResponses(room, 48000);
+        ASSERT_EQ(responses.size(), room.speakers.size());
+        for (const Signal& response : responses) {
+            const double level =
+                rmsDb(response) + 10.0 * std::log10(static_cast<double>(response.size()));
+            EXPECT_GT(level, -60.0);
+            EXPECT_LT(level, 0.0);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, ExampleRoom,
+                         testing::Values("living-room.json", "living-room-2.1.json"));
 
 TEST_F(AlsaProcessesTest, TheToolRefusesADamagedRoom) {
     const ProcessResult result = runProcess({VESK_ROOM_TOOL, "config", "/none.json"});
