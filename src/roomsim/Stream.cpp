@@ -12,6 +12,9 @@ namespace {
 // In lock step: how soon a stream notices that the other one has died.
 constexpr std::int64_t kSignOfLifeInterval = 50'000'000;  // ns
 
+// Some programs ask for as many frames as never come; their time can still be computed.
+constexpr std::int64_t kNeverAvailable = std::int64_t{1} << 40;  // frames
+
 }  // namespace
 
 Stream::Stream(const RoomDescription& description, Role role, double driftPpm,
@@ -36,7 +39,7 @@ void Stream::configure(unsigned int rate, std::int64_t bufferFrames) {
 
 void Stream::setThresholds(std::int64_t availableMinimum, std::int64_t stopThreshold) {
     const std::lock_guard guard(mutex_);
-    availableMinimum_ = availableMinimum;
+    availableMinimum_ = std::min(availableMinimum, kNeverAvailable);
     stopThreshold_ = stopThreshold;
     update();
 }

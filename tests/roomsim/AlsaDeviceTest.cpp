@@ -196,6 +196,20 @@ TEST_F(FastAlsaDeviceTest, WithoutAStopThresholdThePlaybackGoesOnInSilence) {
     EXPECT_EQ(playback.state(), SND_PCM_STATE_RUNNING);
 }
 
+TEST_F(AlsaDeviceTest, WhoAsksForMoreFramesThanEverComeIsNotWoken) {
+    const AlsaPcm capture(kCapture, {.channels = 1, .buffer = 65536});
+    snd_pcm_sw_params_t* params = nullptr;
+    snd_pcm_sw_params_alloca(&params);
+    snd_pcm_sw_params_current(capture, params);
+    snd_pcm_uframes_t boundary = 0;
+    snd_pcm_sw_params_get_boundary(params, &boundary);
+    snd_pcm_sw_params_set_avail_min(capture, params, boundary);
+    ASSERT_EQ(snd_pcm_sw_params(capture, params), 0);
+    capture.start();
+    EXPECT_TRUE(eventually([&capture] { return snd_pcm_avail(capture) > 512; }));
+    EXPECT_EQ(capture.poll(0), 0);
+}
+
 TEST_F(SlowAlsaDeviceTest, DropWakesABlockedRead) {
     const AlsaPcm capture(kCapture, {1});
     capture.start();
