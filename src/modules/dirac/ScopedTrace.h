@@ -17,25 +17,29 @@ struct TraceOrigin {
 /// destruction. Costs two level tests when TRACE is off. Use DIRAC_SCOPED_TRACE.
 class ScopedTrace {
 public:
-    explicit ScopedTrace(const TraceOrigin& origin) : ScopedTrace(origin, [](std::ostream&) {}) {}
+    explicit ScopedTrace(const TraceOrigin& origin) : origin_(origin) {
+        if (isEnabled())
+            log("Enter ", "");
+    }
 
-    /// `describe(stream)` writes what follows the signature and ": "; called only when TRACE is on.
+    /// `describe(stream)` writes what follows the signature and ": ", if only nothing; called only
+    /// when TRACE is on.
     template <typename Describe>
     ScopedTrace(const TraceOrigin& origin, const Describe& describe) : origin_(origin) {
         if (isEnabled())
-            log("Enter ", textOf(describe));
+            log("Enter ", ": " + textOf(describe));
     }
 
     ~ScopedTrace() {
         if (isEnabled())
-            log("Leave ", leaveText_);
+            log("Leave ", leaveEnding_);
     }
 
     ScopedTrace(const ScopedTrace&) = delete;
     ScopedTrace& operator=(const ScopedTrace&) = delete;
 
     /// What follows the signature and ": " in the "Leave " line.
-    void leaveWith(std::string text) { leaveText_ = std::move(text); }
+    void leaveWith(const std::string& text) { leaveEnding_ = ": " + text; }
 
 private:
     static bool isEnabled() { return logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL); }
@@ -47,16 +51,15 @@ private:
         return stream.str();
     }
 
-    void log(const std::string& direction, const std::string& text) const {
-        std::string line = direction + dbglog_scopedFunction(origin_.signature, "Dirac");
-        if (!text.empty())
-            line += ": " + text;
+    void log(const std::string& direction, const std::string& ending) const {
+        const std::string line =
+            direction + dbglog_scopedFunction(origin_.signature, "Dirac") + ending;
         logger.forcedLog(log4cplus::TRACE_LOG_LEVEL, line, origin_.file, origin_.line,
                          origin_.signature);
     }
 
     const TraceOrigin origin_;
-    std::string leaveText_;
+    std::string leaveEnding_;
 };
 
 /// Traces the scope as `scopedTrace`. What is given is streamed behind the signature:

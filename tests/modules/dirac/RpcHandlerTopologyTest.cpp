@@ -38,9 +38,15 @@ TEST_F(RpcHandlerTopologyTest, DescribesTheDevice) {
     EXPECT_EQ(info.num_speakers(), 4U);
     EXPECT_EQ(info.num_mics(), 2U);
     EXPECT_EQ(info.num_slots(), 4U);
-    EXPECT_TRUE(logged(
-        "TRACE Leave virtual grpc::Status RpcHandler::GetDeviceInfo(grpc::ServerContext*, const "
-        "dio::endpoint::Void*, dio::endpoint::DeviceInfo*)"));
+}
+
+TEST_F(RpcHandlerTopologyTest, TracesAHandler) {
+    ask(&Stub::GetDeviceInfo, Void());
+    const std::string signature =
+        "virtual grpc::Status RpcHandler::GetDeviceInfo(grpc::ServerContext*, const "
+        "dio::endpoint::Void*, dio::endpoint::DeviceInfo*)";
+    EXPECT_TRUE(logged("TRACE Enter " + signature + ": "));
+    EXPECT_TRUE(logs("TRACE Leave " + signature));
 }
 
 TEST_F(RpcHandlerTopologyTest, MapsEachSpeakerToTheInputOfItsIndex) {
@@ -79,7 +85,7 @@ TEST_F(RpcHandlerTopologyTest, RejectsAMicrophoneOutOfRange) {
               "INVALID_ARGUMENT \"Index out of bounds\"");
 }
 
-TEST_F(RpcHandlerTopologyTest, TracesAHandlerWithItsIndex) {
+TEST_F(RpcHandlerTopologyTest, TracesAHandlersIndex) {
     ask(&Stub::GetMicInfo, indexOf(1));
     EXPECT_TRUE(logged(
         "TRACE Enter virtual grpc::Status RpcHandler::GetMicInfo(grpc::ServerContext*, const "
