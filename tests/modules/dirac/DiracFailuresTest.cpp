@@ -1,3 +1,4 @@
+#include "modules/dirac/RpcHandler.h"
 #include "sdk/cm/VeskPaths.h"
 #include "support/DeviceFixture.h"
 
@@ -29,6 +30,11 @@ protected:
         config.setNumberOfSlots(config.numberOfSlots() + 1);
         write(VeskDiracConfigPath(), VeskValue::of(config));
         settle();
+    }
+
+    /// The handler that the last server was started with.
+    static std::shared_ptr<RpcHandler> handler() {
+        return std::dynamic_pointer_cast<RpcHandler>(state().service.lock());
     }
 
     void restartAction() { activateNode(VeskDiracRestartServerPath()); }
@@ -151,4 +157,49 @@ TEST_F(DiracFailuresTest, GivesTheSegmentBackBeforeTheServerGoes) {
     stopDevice();
     EXPECT_THAT(state().serverCalls, ElementsAre("create 5002", "destroy 1"));
     EXPECT_FALSE(state().segmentExistedAtServersEnd);
+}
+
+// ---- Writes to the tree ----
+
+TEST_F(DiracFailuresTest, AnswersWithWhatUpdatingASlotThrows) {
+    startWith({kSofa});
+    state().writeException = "the tree is gone";
+    dio::endpoint::SlotInfoUpdate update;
+    update.set_slot(3);
+    dio::endpoint::Void reply;
+    EXPECT_EQ(outcome(handler()->UpdateSlotInfo(nullptr, &update, &reply)),
+              "INVALID_ARGUMENT \"the tree is gone\"");
+    state().writeException.clear();
+    EXPECT_EQ(outcome(handler()->UpdateSlotInfo(nullptr, &update, &reply)), "OK");
+}
+
+TEST_F(DiracFailuresTest, AnswersWithWhatDeletingASlotThrows) {
+    startWith({kSofa});
+    state().writeException = "the tree is gone";
+    const dio::endpoint::Index index = indexOf(3);
+    dio::endpoint::Void reply;
+    EXPECT_EQ(outcome(handler()->DeleteSlot(nullptr, &index, &reply)),
+              "INVALID_ARGUMENT \"the tree is gone\"");
+    state().writeException.clear();
+}
+
+TEST_F(DiracFailuresTest, PassesOnWhatActivatingASlotThrows) {
+    startWith({kSofa, kTable});
+    state().writeException = "the tree is gone";
+    const dio::endpoint::Index index = indexOf(1);
+    dio::endpoint::Void reply;
+    EXPECT_THROW(handler()->SetActiveSlot(nullptr, &index, &reply), std::runtime_error);
+    state().writeException.clear();
+}
+
+TEST_F(DiracFailuresTest, EndsATransferWithoutAnybodyToTellTheProgress) {
+    startWith({kSofa});
+    const dio::endpoint::SlotInfo slot = slotOf(2, "New");
+    const dio::endpoint::CellIndex cell = cellOf(5, 0, 0);
+    const dio::endpoint::Index index = indexOf(2);
+    dio::endpoint::Void reply;
+    EXPECT_EQ(outcome(handler()->BeginFilterTransfer(nullptr, &slot, &reply)), "OK");
+    EXPECT_EQ(outcome(handler()->SetTransferCell(nullptr, &cell, &reply)), "OK");
+    EXPECT_EQ(outcome(handler()->EndFilterTransfer(nullptr, &index, nullptr)), "OK");
+    EXPECT_THAT(slotIndices(settings()), ElementsAre(3, 2));
 }

@@ -1,6 +1,9 @@
 #include "modules/dirac/Dirac.h"
 
+#include "platform/PlatformPaths.h"
+#include "platform/services/PowerManager.h"
 #include "sdk/cm/VeskPaths.h"
+#include "sdk/records/VeskPowerManagerRecords.h"
 #include "support/DeviceFixture.h"
 
 #include <gmock/gmock.h>
@@ -118,6 +121,16 @@ TEST_F(DiracTest, ProvidesTheBackupsAndTheCastFlag) {
         EXPECT_EQ(write(path, VeskValue::ofBool(true)), "") << path.toString().toStdString();
         EXPECT_TRUE(valueAt(path).bool_());
     }
+}
+
+TEST_F(DiracTest, RegistersWithThePowerManager) {
+    startPlatform();
+    constructWorker();
+    EXPECT_TRUE(eventually([] {
+        const platform::PowerManagerModules modules(
+            CMRoot()->getValue(platform::powerManagerModulesPath()));
+        return modules.names() == QStringList{VeskDiracName()};
+    }));
 }
 
 TEST_F(DiracTest, FormsItsUuidFromProductAndMac) {

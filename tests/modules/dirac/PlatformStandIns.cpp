@@ -1,5 +1,6 @@
 #include "PlatformStandIns.h"
 
+#include "sdk/cm/CMAbstractWorker.h"
 #include "sdk/dldsp/Dldsp.h"
 #include "sdk/endpoint/Server.h"
 #include "sdk/services/SharedLock.h"
@@ -88,9 +89,27 @@ private:
 std::unique_ptr<endpoint::Server> endpoint::createServer(std::shared_ptr<grpc::Service> service,
                                                          unsigned short port) {
     state().serverCalls.push_back("create " + std::to_string(port));
+    state().service = service;
     if (!state().serverException.empty())
         throw std::runtime_error(state().serverException);
     if (!state().serverStarts)
         return nullptr;
     return std::make_unique<StandInServer>(std::move(service), port);
+}
+
+// ---- Configuration tree ----
+
+// The linker gives the module the first of these instead of the second, the platform's own.
+extern "C" {
+void wrappedSetValue(CMAbstractWorker* root, const CMPath& path, const VeskValue& value, const CMReply<QVariant>& reply) __asm__(
+    "__wrap__ZN16CMAbstractWorker8setValueERK6CMPathRK9VeskValueRK7CMReplyI8QVariantE");
+void realSetValue(CMAbstractWorker* root, const CMPath& path, const VeskValue& value, const CMReply<QVariant>& reply) __asm__(
+    "__real__ZN16CMAbstractWorker8setValueERK6CMPathRK9VeskValueRK7CMReplyI8QVariantE");
+}
+
+void wrappedSetValue(CMAbstractWorker* root, const CMPath& path, const VeskValue& value,
+                     const CMReply<QVariant>& reply) {
+    if (!state().writeException.empty())
+        throw std::runtime_error(state().writeException);
+    realSetValue(root, path, value, reply);
 }

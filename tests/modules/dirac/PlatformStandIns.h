@@ -1,12 +1,17 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+namespace grpc {
+class Service;
+}
+
 /// Stand-ins for parts of the platform that cannot be made to fail from outside: the DSP library,
-/// the lock between processes and the calibration server library. A test that links them uses them
-/// instead of the platform's own.
+/// the lock between processes, the calibration server library and writes to the tree. A test that
+/// links them uses them instead of the platform's own.
 namespace stand_ins {
 
 /// One call of the DSP library.
@@ -32,6 +37,10 @@ struct State {
     std::string serverException;  // thrown by a start unless empty
     int serversCreated{0};
     bool segmentExistedAtServersEnd{false};
+    std::weak_ptr<grpc::Service> service;  // of the last server
+
+    // Writes to the tree.
+    std::string writeException;  // thrown by each unless empty
 };
 
 State& state();
