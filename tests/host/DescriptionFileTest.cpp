@@ -1,5 +1,6 @@
 #include "host/DescriptionFile.h"
 
+#include "host/PlainName.h"
 #include "support/ScratchDirectory.h"
 
 #include <gmock/gmock.h>
@@ -162,7 +163,7 @@ struct WrongValue {
 };
 
 void PrintTo(const WrongValue& wrong, std::ostream* out) {
-    *out << wrong.pointer << " = " << wrong.value;
+    *out << plainName(wrong.pointer + wrong.value.dump().substr(0, 40) + " " + wrong.expected);
 }
 
 json list(std::size_t length, const json& element) {

@@ -1,5 +1,6 @@
 #include "host/ValueJson.h"
 
+#include "host/PlainName.h"
 #include "sdk/records/VeskPlayerRecords.h"
 
 #include <gmock/gmock.h>
@@ -191,7 +192,7 @@ struct WrongText {
 };
 
 void PrintTo(const WrongText& wrong, std::ostream* out) {
-    *out << wrong.type << " " << wrong.text.substr(0, 100);
+    *out << plainName(wrong.type + (" " + wrong.text.substr(0, 20)) + " " + wrong.message);
 }
 
 class WrongValueText : public testing::TestWithParam<WrongText> {};
