@@ -1,5 +1,5 @@
-# VESK_SANITIZE instruments every target: a host that loads an instrumented plug-in needs the same
-# sanitizer as the plug-in.
+# VESK_SANITIZE instruments the product and links every target with the sanitizer: a host that loads
+# an instrumented plug-in needs the same one as the plug-in.
 
 set(VESK_SANITIZE "" CACHE STRING "Sanitizers to build with")
 set_property(CACHE VESK_SANITIZE PROPERTY STRINGS "" "address,undefined" "thread")
@@ -13,9 +13,21 @@ if(VESK_SANITIZE)
     endif()
     # Line tables are enough for a report, and full optimisation of instrumented code doubles the
     # time of a build.
-    add_compile_options("-fsanitize=${VESK_SANITIZE}" -fno-omit-frame-pointer -O1 -g1)
-    add_link_options("-fsanitize=${VESK_SANITIZE}")
+    set(VESK_SANITIZE_OPTIONS "-fsanitize=${VESK_SANITIZE}" -fno-omit-frame-pointer -O1 -g1)
     if(VESK_SANITIZE MATCHES "undefined")
-        add_compile_options(-fno-sanitize-recover=undefined)
+        list(APPEND VESK_SANITIZE_OPTIONS -fno-sanitize-recover=undefined)
     endif()
+    add_compile_options(${VESK_SANITIZE_OPTIONS})
+    add_link_options("-fsanitize=${VESK_SANITIZE}")
 endif()
+
+# The address sanitizer looks for faults in the product; the tests' own code below a directory that
+# calls this is compiled as for a release, which lets ccache share its objects with that build. The
+# thread sanitizer has to know both sides of every hand-over: for it, tests are instrumented too.
+macro(vesk_sanitize_product_only)
+    if(VESK_SANITIZE MATCHES "address")
+        get_directory_property(options COMPILE_OPTIONS)
+        list(REMOVE_ITEM options ${VESK_SANITIZE_OPTIONS})
+        set_directory_properties(PROPERTIES COMPILE_OPTIONS "${options}")
+    endif()
+endmacro()

@@ -7,6 +7,7 @@
 # RESOURCE_LOCK  Tests that share a lock never run at the same time. "vesk-device" is the lock of
 #                every test that needs TCP port 5002 or the System V key 1234.
 # LABELS         "threaded" marks tests that are worth running under the thread sanitizer.
+#                The target vesk_threaded_tests builds them.
 # NO_MAIN        The sources, or a library, bring their own main(); otherwise GoogleMock's is used.
 function(vesk_add_test)
     cmake_parse_arguments(PARSE_ARGV 0 TEST "NO_MAIN" "NAME" "SOURCES;LIBRARIES;RESOURCE_LOCK;LABELS")
@@ -19,6 +20,13 @@ function(vesk_add_test)
     target_link_libraries(${TEST_NAME} PRIVATE ${TEST_LIBRARIES} GTest::gmock GTest::gtest)
     if(NOT TEST_NO_MAIN)
         target_link_libraries(${TEST_NAME} PRIVATE GTest::gmock_main)
+    endif()
+
+    if("threaded" IN_LIST TEST_LABELS)
+        if(NOT TARGET vesk_threaded_tests)
+            add_custom_target(vesk_threaded_tests)
+        endif()
+        add_dependencies(vesk_threaded_tests ${TEST_NAME})
     endif()
 
     gtest_discover_tests(${TEST_NAME}
