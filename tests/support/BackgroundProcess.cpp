@@ -20,6 +20,7 @@ pid_t start(std::vector<std::string> command) {
     const std::vector<std::string> shell{"/bin/sh", "-c", kStart, "start"};
     command.insert(command.begin(), shell.begin(), shell.end());
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (std::string& argument : command)
         arguments.push_back(argument.data());
     arguments.push_back(nullptr);
