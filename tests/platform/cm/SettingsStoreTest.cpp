@@ -17,6 +17,7 @@
 #include <chrono>
 #include <csignal>
 #include <functional>
+#include <iostream>
 #include <stdexcept>
 #include <thread>
 
@@ -356,6 +357,7 @@ public:
     ~FullDisk() {
         setrlimit(RLIMIT_FSIZE, &before_);
         std::signal(SIGXFSZ, handler_);
+        std::cerr.clear();  // the log could not grow either when it is a file
     }
     FullDisk(const FullDisk&) = delete;
     FullDisk& operator=(const FullDisk&) = delete;
