@@ -69,8 +69,11 @@ void Dirac::precacheSlot(const VeskDiracSlot& slot, unsigned numSpeakers) {
     LOG4CPLUS_DEBUG(logger,
                     "Starting precaching for slot " << name << " slot id " << slot.slotIdx());
     const auto image = std::make_unique<DiracConfiguration>();
-    if (!diracSlotToFilterShm(slot, *image))
+    if (!diracSlotToFilterShm(slot, *image)) {
+        // Looked at once: it has no data and is never published.
+        creationTimeMap[slot.slotIdx()] = slot.creationTime();
         return;
+    }
     for (std::size_t rate = 0; rate < kDiracSubSamplerRates.size(); ++rate)
         precacheRate(slot, rate, numSpeakers, *image);
 }

@@ -150,6 +150,9 @@ private:
         std::vector<processing::FilterCoefficients> coefficients;
         std::vector<processing::BassControlFilterCoefficients> bassControl;
         bool hasBassControl{false};
+        // Received so far, of all cells.
+        std::size_t taps{0};
+        std::size_t biquads{0};
     };
 
     static grpc::Status invalidArgument(const std::string& message);
@@ -165,6 +168,7 @@ private:
     grpc::Status isFilterTransferValid(std::shared_ptr<dio::endpoint::CellIndex> cell,
                                        int variant) const;
     grpc::Status isTransferOpen() const;
+    grpc::Status reserve(int taps, int biquads);
     grpc::Status takeTransferToEnd(int slot, std::shared_ptr<FilterTransfer>& transfer);
     void createSlot(const FilterTransfer& transfer);
     void storeDesign(const FilterTransfer& transfer);

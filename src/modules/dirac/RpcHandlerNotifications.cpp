@@ -38,6 +38,7 @@ grpc::Status RpcHandler::Notifications(
             client.unlock();
             LOG4CPLUS_INFO(logger, "Notifications: Client disconnected.");
             filterManager_->clientConnected(false);
+            scopedTrace.leaveWith("RETURN: CANCELLED");
             return {grpc::StatusCode::CANCELLED, "cancelled"};
         }
         const dio::endpoint::NotificationInfo changes = takeChanges();
@@ -45,6 +46,7 @@ grpc::Status RpcHandler::Notifications(
             stream->Write(changes);
         std::this_thread::sleep_for(kPollPeriod);
     }
+    scopedTrace.leaveWith("RETURN: OK");
     return grpc::Status::OK;
 }
 

@@ -12,6 +12,8 @@ namespace {
 constexpr int kMaxInputs = 4096;
 constexpr int kMaxTaps = 65536;    // in one cell
 constexpr int kMaxBiquads = 4096;  // in one cell
+constexpr std::size_t kMaxTransferTaps = std::size_t{1} << 20U;
+constexpr std::size_t kMaxTransferBiquads = std::size_t{1} << 16U;
 
 processing::CellIndex addressOf(const dio::endpoint::CellIndex& cell) {
     return {cell.section(), cell.input_channel(), cell.output_channel()};
@@ -21,14 +23,14 @@ std::vector<dio::endpoint::Biquad> biquadsOf(const dio::endpoint::IIR& iir) {
     return {iir.biquads().begin(), iir.biquads().end()};
 }
 
-std::string limitText(int limit, const char* what) {
+std::string limitText(std::size_t limit, const char* what) {
     return "Filter transfer: at most " + std::to_string(limit) + what;
 }
 
 grpc::Status checkSize(int size, int limit, const char* what) {
     if (size <= limit)
         return grpc::Status::OK;
-    return {grpc::StatusCode::INVALID_ARGUMENT, limitText(limit, what)};
+    return {grpc::StatusCode::INVALID_ARGUMENT, limitText(static_cast<std::size_t>(limit), what)};
 }
 
 grpc::Status checkBiquads(const dio::endpoint::IIR& iir) {
@@ -173,6 +175,19 @@ grpc::Status RpcHandler::isTransferOpen() const {
     return {grpc::StatusCode::FAILED_PRECONDITION, "No filter transfer is open"};
 }
 
+/// Counts what a call brings to the open transfer. Cells that are filled again count again.
+grpc::Status RpcHandler::reserve(int taps, int biquads) {
+    const std::size_t allTaps = transfer_->taps + static_cast<std::size_t>(taps);
+    const std::size_t allBiquads = transfer_->biquads + static_cast<std::size_t>(biquads);
+    if (allTaps > kMaxTransferTaps)
+        return invalidArgument(limitText(kMaxTransferTaps, " taps in one transfer"));
+    if (allBiquads > kMaxTransferBiquads)
+        return invalidArgument(limitText(kMaxTransferBiquads, " biquads in one transfer"));
+    transfer_->taps = allTaps;
+    transfer_->biquads = allBiquads;
+    return grpc::Status::OK;
+}
+
 grpc::Status RpcHandler::SetCellIIR(grpc::ServerContext*, const dio::endpoint::IIR* request,
                                     dio::endpoint::Void*) {
     const auto variant = static_cast<int>(request->info().variant());
@@ -184,6 +199,9 @@ grpc::Status RpcHandler::SetCellIIR(grpc::ServerContext*, const dio::endpoint::I
         if (!check.ok())
             return check;
     }
+    const grpc::Status room = reserve(0, request->biquads_size());
+    if (!room.ok())
+        return room;
     transfer_->bassControl.at(static_cast<std::size_t>(variant))
         .setCoefficientsForCell(addressOf(*cell), biquadsOf(*request));
     transfer_->hasBassControl = true;
@@ -204,6 +222,9 @@ grpc::Status RpcHandler::SetCellFIIR(grpc::ServerContext*, const dio::endpoint::
             return check;
     }
     const auto& taps = request->fir().taps();
+    const grpc::Status room = reserve(taps.size(), request->iir().biquads_size());
+    if (!room.ok())
+        return room;
     transfer_->coefficients.at(static_cast<std::size_t>(variant))
         .setCoefficientsForCell(static_cast<int>(cell->input_channel()), {taps.begin(), taps.end()},
                                 biquadsOf(request->iir()));
@@ -262,6 +283,7 @@ grpc::Status RpcHandler::EndFilterTransfer(grpc::ServerContext*,
     report(writer, 0.9F);
     closeTransfer(transfer);
     report(writer, 1.0F);
+    scopedTrace.leaveWith("RETURN: OK");
     return grpc::Status::OK;
 }
 

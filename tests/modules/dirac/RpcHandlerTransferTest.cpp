@@ -220,6 +220,19 @@ TEST_F(RpcHandlerTransferTest, BoundsWhatOneCellMayHold) {
               "INVALID_ARGUMENT \"Filter transfer: at most 4096 inputs\"");
 }
 
+TEST_F(RpcHandlerTransferTest, BoundsWhatOneTransferMayHold) {
+    begin(0);
+    setCell(5, 0, 0);
+    for (int i = 0; i < 16; ++i)
+        ASSERT_EQ(setFiir(0, 65536, 4096), "OK");
+    EXPECT_EQ(setFiir(0, 1, 0),
+              "INVALID_ARGUMENT \"Filter transfer: at most 1048576 taps in one transfer\"");
+    EXPECT_EQ(setFiir(0, 0, 1),
+              "INVALID_ARGUMENT \"Filter transfer: at most 65536 biquads in one transfer\"");
+    begin(0);
+    EXPECT_EQ(setFiir(0, 1, 1), "OK");
+}
+
 TEST_F(RpcHandlerTransferTest, SetsGainAndDelayOfAnInputInEveryVariant) {
     begin(0);
     fillCells();

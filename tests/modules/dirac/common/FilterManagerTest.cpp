@@ -340,6 +340,16 @@ TEST_F(FilterManagerUploadTest, DesignIsStoredInMemoryAndInTheRecord) {
     EXPECT_THAT(log.lines(), IsEmpty()) << "nothing is logged on success";
 }
 
+TEST_F(FilterManagerUploadTest, SizeIsTheNumberOfVariantsWhateverTheCells) {
+    manager.createFilterSlot(2, "two", "", "", 0);
+    manager.setFilterForSlot(2, {variant(5.0F, 3), variant(6.0F, 3)}, {});
+    const VeskDiracSlot record = storedRecord(2);
+    EXPECT_EQ(record.size(), 2);
+    ASSERT_EQ(record.params().size(), 2);
+    EXPECT_EQ(record.params().at(0).toList().size(), 3);
+    EXPECT_EQ(record.params().at(1).toList().size(), 3);
+}
+
 TEST_F(FilterManagerUploadTest, UploadedSlotMovesToTheEnd) {
     for (const int slot : {1, 2, 3})
         manager.createFilterSlot(slot, "name", "", "", 0);
