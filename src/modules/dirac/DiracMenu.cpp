@@ -73,6 +73,9 @@ void Dirac::validateActiveFilter(const CMSetDataRequest& request) {
         return;
     }
     selectInMenu(idx, MenuChange::User);
+    // Chosen back while another value was on its way to the menu: nothing will be reported.
+    if (menuChange == MenuChange::None && activeSlotOf(storedSlots()) != idx)
+        on_activeFilter_changed(VeskValue::ofI32(idx));
     request.reply().setValue(true);
 }
 

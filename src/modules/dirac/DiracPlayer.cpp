@@ -39,10 +39,11 @@ void Dirac::on_attenuation_changed(double serviceAttenaution) {
 void Dirac::setAttenuation(double value) {
     LOG4CPLUS_INFO(
         logger, "Enter " << dbglog_scopedFunction(__PRETTY_FUNCTION__, "Dirac") << ": " << value);
+    // Not waiting for the proxy, whose report of what was applied follows.
+    attenuation = value;
     // By name, so that it runs in the proxy's own thread; without a proxy nothing is called.
     QMetaObject::invokeMethod(attenuationProxy.load(), "setAttenuation", Qt::AutoConnection,
                               Q_ARG(double, value));
-    attenuation = value;
 }
 
 /// As stored: the item may be behind what a client has just set.

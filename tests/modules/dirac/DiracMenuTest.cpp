@@ -261,6 +261,21 @@ TEST_F(DiracMenuTest, AChoiceSurvivesAChangeOfTheSettingsOnItsWay) {
     EXPECT_EQ(menuRows().at(1), "Filter: Renamed = 0");
 }
 
+TEST_F(DiracMenuTest, AChoiceOfWhatTheMenuJustLeftCounts) {
+    startWith(settingsOf(0, someSlots()));
+    const auto reply = CMReply<QVariant>::create();
+    inWorkerThread([&] {
+        // The worker has both waiting: a client's slot 2, then the user's choice of slot 0 again.
+        CMRoot()->setValue(VeskDiracSlotsSettingsPath(), settingsOf(2, someSlots()), {});
+        CMRoot()->setValue(VeskDiracActiveFilterPath(), VeskValue::ofI32(0), reply);
+    });
+    settle();
+    EXPECT_TRUE(reply.isFinished());
+    EXPECT_EQ(menuSelection(), 0);
+    EXPECT_EQ(settings().activeSlot(), 0);
+    EXPECT_EQ(runtimeSlots().activeSlot(), 0);
+}
+
 TEST_F(DiracMenuTest, ABurstOfActivationsEndsWithTheLastOneEverywhere) {
     startDevice();
     transferFir(0, "A", {1.0F}, 1);

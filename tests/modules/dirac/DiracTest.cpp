@@ -91,6 +91,7 @@ TEST_F(DiracTest, HasAFixedHandlerTable) {
 TEST_F(DiracTest, ReachesAHandlerByItsIndex) {
     startPlatform();
     constructWorker();
+    settle();  // the proxy reports the present attenuation once
     inWorkerThread(
         [this] { handler(6).invoke(&worker(), Qt::DirectConnection, Q_ARG(double, -12.5)); });
     EXPECT_EQ(worker().getAttenuation(), -12.5);
