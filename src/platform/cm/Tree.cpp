@@ -379,7 +379,12 @@ void Tree::setStorage(Storage storage) {
 bool Tree::waitUntilStored(std::chrono::milliseconds timeout) const {
     if (!private_->storage)
         return true;
-    return waitUntilReported(timeout) && private_->storage(timeout);
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + timeout;
+    if (!waitUntilReported(timeout))
+        return false;
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+    return private_->storage(std::max(left, std::chrono::milliseconds(0)));
 }
 
 void Tree::addNode(const CMPath& path, NodeKind kind, std::shared_ptr<WorkerMailbox> worker) {

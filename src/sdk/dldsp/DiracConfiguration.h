@@ -95,7 +95,7 @@ using DiracSubSamplerBlock = std::array<char, DiracLimits::subSamplerBytes>;
 
 /// The image itself.
 struct DiracConfiguration {
-    std::int64_t timeStamp{0};  ///< ms since the Unix epoch; differs in each new image
+    std::int64_t timeStamp{0};  ///< ms since the Unix epoch, taken anew for each image
     std::uint32_t speakerCount{0};
     std::array<DiracSpeaker, DiracLimits::speakers> speakers{};
     std::array<DiracChannelGroup, DiracLimits::groups> groups{};
@@ -121,8 +121,21 @@ struct DiracSegment {
 static_assert(std::is_trivially_copyable_v<DiracSegment>);
 static_assert(std::is_standard_layout_v<DiracSegment>);
 
+static_assert(offsetof(DiracSpeaker, type) == 0);
+static_assert(offsetof(DiracSpeaker, groupId) == 4);
 static_assert(sizeof(DiracSpeaker) == 8);
+
+static_assert(offsetof(DiracParallelBiquad, a1) == 0);
+static_assert(offsetof(DiracParallelBiquad, a2) == 4);
+static_assert(offsetof(DiracParallelBiquad, b0) == 8);
+static_assert(offsetof(DiracParallelBiquad, b1) == 12);
 static_assert(sizeof(DiracParallelBiquad) == 16);
+
+static_assert(offsetof(DiracBiquad, a1) == 0);
+static_assert(offsetof(DiracBiquad, a2) == 4);
+static_assert(offsetof(DiracBiquad, b0) == 8);
+static_assert(offsetof(DiracBiquad, b1) == 12);
+static_assert(offsetof(DiracBiquad, b2) == 16);
 static_assert(sizeof(DiracBiquad) == 20);
 
 static_assert(offsetof(DiracChannelFilter, filterEnabled) == 0);
@@ -163,6 +176,8 @@ static_assert(offsetof(DiracConfiguration, bassControl) == 108508);
 static_assert(offsetof(DiracConfiguration, bassControlPresent) == 139828);
 static_assert(offsetof(DiracConfiguration, reserved) == 139832);
 static_assert(offsetof(DiracConfiguration, bypass) == 139836);
+static_assert(offsetof(DiracConfiguration, padding) == 139837);
+static_assert(sizeof(DiracSubSamplerBlock) == 4096);
 static_assert(sizeof(DiracConfiguration) == 139840);
 
 static_assert(offsetof(DiracSegment, magic) == 0);
