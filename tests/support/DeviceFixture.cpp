@@ -65,13 +65,6 @@ void removeSegment() {
 
 }  // namespace
 
-#ifdef __SANITIZE_ADDRESS__
-/// The worker leaves its attenuation proxy and its recorder factory to the process.
-extern "C" const char* __lsan_default_suppressions() {  // NOLINT(bugprone-reserved-identifier)
-    return "leak:Dirac::on_watcher_done";
-}
-#endif
-
 std::string outcome(const grpc::Status& status) {
     if (status.ok())
         return "OK";
