@@ -2,6 +2,7 @@
 // to the image in the segment, against the same calls of handlers that do nothing.
 
 #include "BenchDevice.h"
+#include "Percentiles.h"
 #include "SegmentView.h"
 
 #include <benchmark/benchmark.h>
@@ -14,7 +15,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
-using Seconds = std::chrono::duration<double>;
 using dio::endpoint::EndpointDevice;
 
 constexpr int kSegmentKey = 1234;
@@ -35,14 +35,18 @@ template <typename Request, typename Reply>
 using Method = grpc::Status (EndpointDevice::Stub::*)(grpc::ClientContext*, const Request&, Reply*);
 
 template <typename Request, typename Reply>
-void query(benchmark::State& state, CalibrationClient& client, Method<Request, Reply> method,
-           const Request& request) {
-    while (state.KeepRunning()) {
-        grpc::ClientContext context;
-        Reply reply;
-        if (!(client.stub().*method)(&context, request, &reply).ok())
-            state.SkipWithError("the query failed");
-    }
+void query(benchmark::State& state, Method<Request, Reply> method, const Request& request) {
+    const auto timeCall = [&](CalibrationClient& client) {
+        return timed([&] {
+            grpc::ClientContext context;
+            Reply reply;
+            if (!(client.stub().*method)(&context, request, &reply).ok())
+                throw std::runtime_error("a query failed");
+        });
+    };
+    compare(
+        state, [&] { return timeCall(device().client()); },
+        [&] { return timeCall(floor().client()); });
 }
 
 dio::endpoint::Index index(int value) {
@@ -51,34 +55,18 @@ dio::endpoint::Index index(int value) {
     return result;
 }
 
-void queryDevice(benchmark::State& state, CalibrationClient& client) {
-    query(state, client, &EndpointDevice::Stub::GetDeviceInfo, dio::endpoint::Void());
+void inMicroseconds(benchmark::internal::Benchmark* benchmark) {
+    benchmark->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(3000);
 }
 
-void querySpeaker(benchmark::State& state, CalibrationClient& client) {
-    query(state, client, &EndpointDevice::Stub::GetSpeakerInfo, index(9));
-}
-
-void querySection(benchmark::State& state, CalibrationClient& client) {
-    query(state, client, &EndpointDevice::Stub::GetSectionInfo, index(3));
-}
-
-void queryFiir(benchmark::State& state, CalibrationClient& client) {
-    query(state, client, &EndpointDevice::Stub::GetFIIRInfo, dio::endpoint::Variant());
-}
-
-void inRealTime(benchmark::internal::Benchmark* benchmark) {
-    benchmark->UseRealTime()->MinTime(0.2);
-}
-
-BENCHMARK_CAPTURE(queryDevice, device, device().client())->Apply(inRealTime);
-BENCHMARK_CAPTURE(queryDevice, floor, floor().client())->Apply(inRealTime);
-BENCHMARK_CAPTURE(querySpeaker, device, device().client())->Apply(inRealTime);
-BENCHMARK_CAPTURE(querySpeaker, floor, floor().client())->Apply(inRealTime);
-BENCHMARK_CAPTURE(querySection, device, device().client())->Apply(inRealTime);
-BENCHMARK_CAPTURE(querySection, floor, floor().client())->Apply(inRealTime);
-BENCHMARK_CAPTURE(queryFiir, device, device().client())->Apply(inRealTime);
-BENCHMARK_CAPTURE(queryFiir, floor, floor().client())->Apply(inRealTime);
+BENCHMARK_CAPTURE(query, device, &EndpointDevice::Stub::GetDeviceInfo, dio::endpoint::Void())
+    ->Apply(inMicroseconds);
+BENCHMARK_CAPTURE(query, speaker, &EndpointDevice::Stub::GetSpeakerInfo, index(9))
+    ->Apply(inMicroseconds);
+BENCHMARK_CAPTURE(query, section, &EndpointDevice::Stub::GetSectionInfo, index(3))
+    ->Apply(inMicroseconds);
+BENCHMARK_CAPTURE(query, fiir, &EndpointDevice::Stub::GetFIIRInfo, dio::endpoint::Variant())
+    ->Apply(inMicroseconds);
 
 // ---- Transfers ----
 
@@ -93,27 +81,27 @@ public:
     TransferToSegment() {
         transferDesign(device_.client(), kSlot, designs()[0]);
         device_.client().activate(kSlot);
-        requireImage(segment_.awaitLastChannelTap(lastChannelTap(designs()[0]), 10s));
+        awaitImage(designs()[0]);
     }
 
     /// Time to the image. The client is answered later, when the slot is stored.
-    Seconds run() {
-        const FilterDesign& design = designs()[++transfers_ % designs().size()];
+    Microseconds run(const FilterDesign& design) {
         const auto begin = Clock::now();
         auto image = std::async(std::launch::async, [&] {
-            requireImage(segment_.awaitLastChannelTap(lastChannelTap(design), 10s));
+            awaitImage(design);
             return Clock::now();
         });
         transferDesign(device_.client(), kSlot, design);
-        answered_ += Clock::now() - begin;
+        answers_.emplace_back(Clock::now() - begin);
         return image.get() - begin;
     }
 
-    Seconds meanAnswer() const { return answered_ / static_cast<double>(transfers_); }
+    /// Times to the answer.
+    const std::vector<Microseconds>& answers() const { return answers_; }
 
 private:
-    static void requireImage(bool published) {
-        if (!published)
+    void awaitImage(const FilterDesign& design) const {
+        if (!segment_.awaitLastChannelTap(lastChannelTap(design), 10s))
             throw std::runtime_error("the image does not come");
     }
 
@@ -121,33 +109,23 @@ private:
 
     BenchDevice& device_{device()};  // before the segment, which it makes
     const SegmentView segment_{kSegmentKey};
-    std::size_t transfers_{0};
-    Seconds answered_{0};
+    std::vector<Microseconds> answers_;
 };
 
-void transferToSegment(benchmark::State& state) {
-    TransferToSegment transfers;
-    while (state.KeepRunning())
-        state.SetIterationTime(transfers.run().count());
-    state.counters["answered_ms"] = transfers.meanAnswer().count() * 1e3;
-}
-
-void transferToNobody(benchmark::State& state) {
+void transfer(benchmark::State& state) {
+    TransferToSegment toSegment;
     std::size_t transfers = 0;
-    while (state.KeepRunning()) {
-        const FilterDesign& design = designs()[++transfers % designs().size()];
-        const auto begin = Clock::now();
-        transferDesign(floor().client(), 0, design);
-        state.SetIterationTime(Seconds(Clock::now() - begin).count());
-    }
+    std::size_t bareTransfers = 0;
+    compare(
+        state, [&] { return toSegment.run(designs()[++transfers % designs().size()]); },
+        [&] {
+            const FilterDesign& design = designs()[++bareTransfers % designs().size()];
+            return timed([&] { transferDesign(floor().client(), 0, design); });
+        });
+    reportPercentiles(state, "answer", toSegment.answers());
 }
 
-void inMilliseconds(benchmark::internal::Benchmark* benchmark) {
-    benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(30);
-}
-
-BENCHMARK(transferToSegment)->Name("transfer/device")->Apply(inMilliseconds);
-BENCHMARK(transferToNobody)->Name("transfer/floor")->Apply(inMilliseconds);
+BENCHMARK(transfer)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(60);
 
 }  // namespace
 

@@ -42,8 +42,9 @@ sigset_t blockEndSignals() {
 
 int main() {
     const sigset_t endSignals = blockEndSignals();
-    const auto server =
-        platform::GrpcServer::start(std::make_shared<PublishingEndpoint>(), "127.0.0.1", 0);
+    // The device's server intercepts answers, so this one does as well.
+    const auto server = platform::GrpcServer::start(std::make_shared<PublishingEndpoint>(),
+                                                    "127.0.0.1", 0, {}, [] {});
     if (!server)
         return 1;
     std::cout << server->port() << std::endl;

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 void reportPercentiles(benchmark::State& state, const std::string& prefix,
-                       std::vector<std::chrono::duration<double, std::micro>> times) {
+                       std::vector<Microseconds> times) {
     if (times.empty())
         return;
     std::sort(times.begin(), times.end());

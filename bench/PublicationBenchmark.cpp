@@ -12,12 +12,12 @@
 #include <benchmark/benchmark.h>
 
 #include <array>
+#include <stdexcept>
+#include <thread>
 
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
-using Microseconds = std::chrono::duration<double, std::micro>;
 
 constexpr int kKey = 1234;  // of the device's segment and lock
 constexpr int kSlots = 8;
@@ -50,71 +50,77 @@ FloorProcess& floor() {
     return floor;
 }
 
-/// Makes choices, one after the other and with a rest between them, and times each until its image
-/// is in the segment.
+/// Time after which the device has stored a choice and is idle again.
+constexpr auto kUntilIdle = 120ms;
+
+/// Times single choices until their image is in a segment, with a rest after each.
 template <typename Choose, typename TapOf>
-std::vector<Microseconds> timeChoices(benchmark::State& state, int key, const Choose& choose,
-                                      const TapOf& tapOf) {
-    const SegmentView segment(key);
-    std::vector<Microseconds> times;
-    int slot = 0;
-    while (state.KeepRunning()) {
-        slot = (slot + 1) % kSlots;
-        const auto begin = Clock::now();
-        choose(slot);
-        if (!segment.awaitLastChannelTap(tapOf(slot), 5s))
-            state.SkipWithError("the image did not come");
-        times.emplace_back(Clock::now() - begin);
-        state.SetIterationTime(times.back().count() / 1e6);
-        std::this_thread::sleep_for(5ms);
+class ChoiceTimer {
+public:
+    ChoiceTimer(int key, std::chrono::milliseconds rest, Choose choose, TapOf tapOf)
+        : segment_(key), rest_(rest), choose_(choose), tapOf_(tapOf) {}
+
+    Microseconds run() {
+        slot_ = (slot_ + 1) % kSlots;
+        const Microseconds time = timed([&] {
+            choose_(slot_);
+            if (!segment_.awaitLastChannelTap(tapOf_(slot_), 5s))
+                throw std::runtime_error("the image does not come");
+        });
+        std::this_thread::sleep_for(rest_);
+        return time;
     }
-    return times;
+
+private:
+    const SegmentView segment_;
+    const std::chrono::milliseconds rest_;
+    const Choose choose_;
+    const TapOf tapOf_;
+    int slot_{0};
+};
+
+auto menuChoices(std::chrono::milliseconds rest) {
+    FullDevice& full = device();
+    return ChoiceTimer(
+        kKey, rest, [&full](int slot) { full.device.tree().set(kMenu, slot); },
+        [&full](int slot) { return full.taps.at(static_cast<std::size_t>(slot)); });
 }
 
-std::vector<Microseconds> timeMenuChoices(benchmark::State& state) {
-    return timeChoices(
-        state, kKey, [](int slot) { device().device.tree().set(kMenu, slot); },
-        [](int slot) { return device().taps.at(static_cast<std::size_t>(slot)); });
-}
-
-std::vector<Microseconds> timeBarePublications(benchmark::State& state) {
-    return timeChoices(
-        state, FloorSegment::kKey, [](int slot) { floor().client().activate(slot); },
+auto bareChoices(std::chrono::milliseconds rest) {
+    floor().client().activate(0);
+    return ChoiceTimer(
+        FloorSegment::kKey, rest, [](int slot) { floor().client().activate(slot); },
         [](int slot) { return static_cast<float>(slot); });
 }
 
 void choice(benchmark::State& state) {
-    device();
-    reportPercentiles(state, "choice", timeMenuChoices(state));
+    auto device = menuChoices(kUntilIdle);
+    auto floor = bareChoices(0ms);
+    compare(
+        state, [&] { return device.run(); }, [&] { return floor.run(); });
 }
 
-void choiceFloor(benchmark::State& state) {
-    floor().client().activate(0);
-    reportPercentiles(state, "choice", timeBarePublications(state));
+/// One lock at a time: each sampler needs a processor of its own.
+template <typename Choices>
+void sampleLock(benchmark::State& state, int key, Choices choices, const std::string& name) {
+    LockSampler sampler(key);
+    for (int i = 0; i < 300; ++i)
+        choices.run();
+    reportPercentiles(state, name, sampler.finish());
 }
 
-void lockHeld(benchmark::State& state) {
-    device();
-    LockSampler sampler(kKey);
-    timeMenuChoices(state);
-    reportPercentiles(state, "held", sampler.finish());
+void lock(benchmark::State& state) {
+    while (state.KeepRunning()) {
+        state.SetIterationTime(timed([&] {
+                                   sampleLock(state, kKey, menuChoices(5ms), "device");
+                                   sampleLock(state, FloorSegment::kKey, bareChoices(5ms), "floor");
+                               }).count() /
+                               1e6);
+    }
 }
 
-void lockHeldFloor(benchmark::State& state) {
-    floor().client().activate(0);
-    LockSampler sampler(FloorSegment::kKey);
-    timeBarePublications(state);
-    reportPercentiles(state, "held", sampler.finish());
-}
-
-void inMicroseconds(benchmark::internal::Benchmark* benchmark) {
-    benchmark->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(1000);
-}
-
-BENCHMARK(choice)->Name("choice/device")->Apply(inMicroseconds);
-BENCHMARK(choiceFloor)->Name("choice/floor")->Apply(inMicroseconds);
-BENCHMARK(lockHeld)->Name("lock/device")->Apply(inMicroseconds);
-BENCHMARK(lockHeldFloor)->Name("lock/floor")->Apply(inMicroseconds);
+BENCHMARK(choice)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(300);
+BENCHMARK(lock)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(1);
 
 }  // namespace
 
