@@ -7,7 +7,6 @@
 
 #include "EmptyEndpoint.h"
 #include "FloorSegment.h"
-
 #include "platform/endpoint/GrpcServer.h"
 
 #include <grpcpp/grpcpp.h>

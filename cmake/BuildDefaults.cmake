@@ -18,7 +18,14 @@ add_compile_definitions(QT_FORCE_ASSERTS QT_NO_KEYWORDS)
 
 # Assertions and __FILE__ name a file by its path from the root of the repository. moc includes
 # headers by their path from the include directory for the same reason.
-add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
+cmake_path(IS_PREFIX PROJECT_SOURCE_DIR "${CMAKE_BINARY_DIR}" VESK_BUILDS_IN_SOURCE)
+if(VESK_CCACHE AND VESK_BUILDS_IN_SOURCE)
+    # ccache turns paths below the root into relative ones, so that every clone shares its objects.
+    file(RELATIVE_PATH source_from_build "${CMAKE_BINARY_DIR}" "${PROJECT_SOURCE_DIR}")
+    add_compile_options("-ffile-prefix-map=${source_from_build}=")
+else()
+    add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
+endif()
 set(CMAKE_AUTOMOC_PATH_PREFIX ON)
 
 add_link_options(-Wl,--as-needed)

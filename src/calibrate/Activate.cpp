@@ -37,9 +37,8 @@ void activateSlot(EndpointClient& client, int slot) {
         reportRefusal(client, slot);
     }
     const auto mode = ifOffered([&] { return client.operationMode(); });
-    if (mode && !mode->filtering()) {
+    if (mode && !mode->filtering())
         switchFiltering(client, *mode, true);
-    }
 }
 
 void activate(EndpointClient& client, int slot, const Console& console) {

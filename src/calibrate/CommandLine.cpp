@@ -1,11 +1,5 @@
 #include "calibrate/CommandLine.h"
 
-#include <CLI/CLI.hpp>
-
-#include <algorithm>
-#include <chrono>
-#include <functional>
-
 #include "calibrate/Activate.h"
 #include "calibrate/Delete.h"
 #include "calibrate/DeviceAddress.h"
@@ -16,6 +10,12 @@
 #include "calibrate/Slots.h"
 #include "calibrate/Text.h"
 #include "calibrate/Upload.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
 
 namespace calibrate {
 namespace {
@@ -33,9 +33,8 @@ constexpr const char* kUploadFooter =
 // A check answers what is wrong with an argument, or nothing.
 
 std::string checkSlotText(const std::string& text) {
-    if (!isUtf8(text)) {
+    if (!isUtf8(text))
         return "the text is not UTF-8";
-    }
     return hasControlCharacter(text) ? "the text holds a control character" : "";
 }
 
@@ -91,9 +90,8 @@ private:
 
     /// Help and version are answers too; all else is an error of the user.
     int answer(const CLI::ParseError& error, const Environment& environment) const {
-        if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+        if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success))
             return app_.exit(error, environment.out, environment.err);
-        }
         const auto verbs = app_.get_subcommands();
         const auto rest = app_.remaining();
         if (verbs.empty() && !rest.empty()) {
@@ -157,9 +155,8 @@ private:
     }
 
     void runUpload(EndpointClient& client, const Console& console) {
-        for (const auto& text : speakerTexts_) {
+        for (const auto& text : speakerTexts_)
             upload_.speakers.push_back(parseSpeakerArgument(text));
-        }
         if (upload_.files.empty() && upload_.speakers.empty()) {
             throw BadInput(
                 "upload needs FILES or --speaker; 'vesk-calibrate upload --help' tells "
@@ -190,11 +187,10 @@ private:
     }
 
     void runActivate(EndpointClient& client, const Console& console) const {
-        if (activateSlot_ == "off") {
+        if (activateSlot_ == "off")
             activateOff(client, console);
-        } else {
+        else
             activate(client, std::stoi(activateSlot_), console);
-        }
     }
 
     void addRename() {

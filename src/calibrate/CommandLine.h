@@ -1,9 +1,9 @@
 #pragma once
 
+#include "calibrate/Console.h"
+
 #include <string>
 #include <vector>
-
-#include "calibrate/Console.h"
 
 namespace calibrate {
 

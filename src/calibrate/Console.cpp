@@ -1,12 +1,12 @@
 #include "calibrate/Console.h"
 
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
+#include "calibrate/Errors.h"
 
 #include <nlohmann/json.hpp>
 
-#include "calibrate/Errors.h"
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace calibrate {
 namespace {
@@ -35,13 +35,11 @@ std::string readLine(int input, const std::stop_token& stop) {
     for (;;) {
         pollfd descriptors[] = {{input, POLLIN, 0}, {stopDescriptor.get(), POLLIN, 0}};
         poll(descriptors, 2, -1);
-        if (descriptors[1].revents != 0) {
+        if (descriptors[1].revents != 0)
             throw Interrupted("interrupted");
-        }
         char character = 0;
-        if (read(input, &character, 1) != 1 || character == '\n') {
+        if (read(input, &character, 1) != 1 || character == '\n')
             return line;
-        }
         line += character;
     }
 }
@@ -54,17 +52,15 @@ void Console::print(const nlohmann::ordered_json& result) const {
 }
 
 void Console::report(const std::string& text, const nlohmann::ordered_json& result) const {
-    if (json_) {
+    if (json_)
         print(result);
-    } else if (!quiet_) {
+    else if (!quiet_)
         environment_.out << text << '\n';
-    }
 }
 
 void Console::note(const std::string& text) const {
-    if (!json_ && !quiet_) {
+    if (!json_ && !quiet_)
         environment_.out << text << '\n';
-    }
 }
 
 void Console::warn(const std::string& text) const {
@@ -79,9 +75,8 @@ ProgressBar Console::progressBar() const {
 }
 
 bool Console::confirm(const std::string& question) const {
-    if (!environment_.inputIsTerminal) {
+    if (!environment_.inputIsTerminal)
         throw BadInput(question + " Nobody can answer here: add --yes");
-    }
     environment_.err << question << " [y/N] " << std::flush;
     const std::string answer = readLine(environment_.input, environment_.stop);
     return answer == "y" || answer == "Y" || answer == "yes";

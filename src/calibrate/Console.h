@@ -1,12 +1,12 @@
 #pragma once
 
+#include "calibrate/ProgressBar.h"
+
 #include <nlohmann/json_fwd.hpp>
 
 #include <ostream>
 #include <stop_token>
 #include <string>
-
-#include "calibrate/ProgressBar.h"
 
 namespace calibrate {
 

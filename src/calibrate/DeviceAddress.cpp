@@ -1,10 +1,10 @@
 #include "calibrate/DeviceAddress.h"
 
+#include "calibrate/Errors.h"
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-
-#include "calibrate/Errors.h"
 
 namespace calibrate {
 namespace {
@@ -26,9 +26,8 @@ std::uint16_t parsePort(std::string_view text, std::string_view digits) {
     std::uint16_t port = 0;
     const auto end = digits.data() + digits.size();
     const auto [stop, error] = std::from_chars(digits.data(), end, port);
-    if (error != std::errc{} || stop != end || port == 0) {
+    if (error != std::errc{} || stop != end || port == 0)
         refuse(text, "the port is no number from 1 to 65535");
-    }
     return port;
 }
 
@@ -40,14 +39,12 @@ DeviceAddress DeviceAddress::parse(std::string_view text) {
     bool hasPort = false;
     if (text.starts_with('[')) {
         const auto bracket = text.find(']');
-        if (bracket == std::string_view::npos) {
+        if (bracket == std::string_view::npos)
             refuse(text, "a bracket is missing");
-        }
         host = text.substr(1, bracket - 1);
         const auto rest = text.substr(bracket + 1);
-        if (!rest.empty() && rest[0] != ':') {
+        if (!rest.empty() && rest[0] != ':')
             refuse(text, "only a port may follow the bracket");
-        }
         hasPort = !rest.empty();
         port = hasPort ? rest.substr(1) : rest;
     } else if (std::count(text.begin(), text.end(), ':') == 1) {
@@ -55,9 +52,8 @@ DeviceAddress DeviceAddress::parse(std::string_view text) {
         host = text.substr(0, text.find(':'));
         port = text.substr(text.find(':') + 1);
     }
-    if (!isHost(host)) {
+    if (!isHost(host))
         refuse(text, "this is no host");
-    }
     return {std::string(host), hasPort ? parsePort(text, port) : kDefaultPort};
 }
 

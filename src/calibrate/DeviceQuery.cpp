@@ -4,9 +4,8 @@ namespace calibrate {
 namespace {
 
 protocol::CellInfo readFirstCell(EndpointClient& client, const protocol::SectionInfo& section) {
-    if (section.num_inputs() == 0 || section.num_outputs() == 0) {
+    if (section.num_inputs() == 0 || section.num_outputs() == 0)
         return {};
-    }
     protocol::CellIndex first;
     first.set_section(section.section());
     return client.cellInfo(first);
@@ -14,9 +13,8 @@ protocol::CellInfo readFirstCell(EndpointClient& client, const protocol::Section
 
 std::vector<Topology::Section> readSections(EndpointClient& client) {
     std::vector<Topology::Section> sections;
-    for (const auto& info : untilRejected([&](int index) { return client.sectionInfo(index); })) {
+    for (const auto& info : untilRejected([&](int index) { return client.sectionInfo(index); }))
         sections.push_back({info, readFirstCell(client, info)});
-    }
     return sections;
 }
 
@@ -24,9 +22,8 @@ std::vector<protocol::MicInfo> readMicrophones(EndpointClient& client,
                                                const protocol::DeviceInfo& device) {
     std::vector<protocol::MicInfo> microphones;
     const int count = plausibleCount(device.num_mics(), "microphones");
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < count; ++i)
         microphones.push_back(client.micInfo(i));
-    }
     return microphones;
 }
 
@@ -48,18 +45,16 @@ std::vector<protocol::SpeakerInfo> readSpeakers(EndpointClient& client,
                                                 const protocol::DeviceInfo& device) {
     std::vector<protocol::SpeakerInfo> speakers;
     const int count = plausibleCount(device.num_speakers(), "speakers");
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < count; ++i)
         speakers.push_back(client.speakerInfo(i));
-    }
     return speakers;
 }
 
 SlotTable readSlots(EndpointClient& client, const protocol::DeviceInfo& device) {
     SlotTable table;
     const int count = plausibleCount(device.num_slots(), "slots");
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < count; ++i)
         table.slots.push_back(client.slotInfo(i));
-    }
     table.active = client.activeSlot();
     const auto mode = ifOffered([&] { return client.operationMode(); });
     table.filtering = mode ? std::optional(mode->filtering()) : std::nullopt;
@@ -89,9 +84,8 @@ Topology readTopology(EndpointClient& client) {
 
 void checkSlot(int slot, const protocol::DeviceInfo& device) {
     const int count = plausibleCount(device.num_slots(), "slots");
-    if (count == 0) {
+    if (count == 0)
         throw BadInput("the device has no slots");
-    }
     if (slot < 0 || slot >= count) {
         throw BadInput("slot " + std::to_string(slot) +
                        " does not exist: the device has slots 0 to " + std::to_string(count - 1));

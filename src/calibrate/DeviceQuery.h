@@ -1,12 +1,12 @@
 #pragma once
 
+#include "calibrate/EndpointClient.h"
+#include "calibrate/Errors.h"
+
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "calibrate/EndpointClient.h"
-#include "calibrate/Errors.h"
 
 namespace calibrate {
 
@@ -22,9 +22,8 @@ auto ifOffered(Query query) -> std::optional<decltype(query())> {
     try {
         return query();
     } catch (const DeviceError& error) {
-        if (error.reason() != DeviceError::Reason::notOffered) {
+        if (error.reason() != DeviceError::Reason::notOffered)
             throw;
-        }
         return std::nullopt;
     }
 }
@@ -35,14 +34,12 @@ template <class Query>
 auto untilRejected(Query query) -> std::vector<decltype(query(0))> {
     std::vector<decltype(query(0))> answers;
     try {
-        while (answers.size() < kMaxCount) {
+        while (answers.size() < kMaxCount)
             answers.push_back(query(static_cast<int>(answers.size())));
-        }
     } catch (const DeviceError& error) {
         if (error.reason() != DeviceError::Reason::rejected &&
-            error.reason() != DeviceError::Reason::notOffered) {
+            error.reason() != DeviceError::Reason::notOffered)
             throw;
-        }
     }
     return answers;
 }

@@ -1,14 +1,14 @@
 #include "calibrate/EndpointClient.h"
 
+#include "calibrate/Errors.h"
+#include "calibrate/Text.h"
+
 #include <endpoint.grpc.pb.h>
 #include <grpcpp/grpcpp.h>
 
 #include <algorithm>
 #include <string>
 #include <utility>
-
-#include "calibrate/Errors.h"
-#include "calibrate/Text.h"
 
 namespace calibrate {
 namespace {
@@ -91,9 +91,8 @@ public:
         perform("EndFilterTransfer", timeout, [&](grpc::ClientContext& context) {
             const auto stream = stub_->EndFilterTransfer(&context, indexOf(slot));
             protocol::Progress message;
-            while (stream->Read(&message)) {
+            while (stream->Read(&message))
                 progress(static_cast<double>(message.value()));
-            }
             return stream->Finish();
         });
     }
@@ -101,26 +100,23 @@ public:
 private:
     template <class Function>
     void perform(const char* name, std::chrono::milliseconds timeout, Function&& function) {
-        if (stop_.stop_requested()) {
+        if (stop_.stop_requested())
             throw Interrupted("interrupted");
-        }
         grpc::ClientContext context;
         context.set_deadline(std::chrono::system_clock::now() + timeout);
         const grpc::Status status = [&] {
             const std::stop_callback cancel(stop_, [&] { context.TryCancel(); });
             return function(context);
         }();
-        if (!status.ok()) {
+        if (!status.ok())
             fail(name, status, timeout);
-        }
         connected_ = true;
     }
 
     [[noreturn]] void fail(const char* name, const grpc::Status& status,
                            std::chrono::milliseconds timeout) const {
-        if (stop_.stop_requested()) {
+        if (stop_.stop_requested())
             throw Interrupted("interrupted");
-        }
         const auto reason = reasonOf(status.error_code());
         throw DeviceError(reason, explain(reason, name, status, timeout));
     }

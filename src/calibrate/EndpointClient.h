@@ -1,13 +1,13 @@
 #pragma once
 
+#include "calibrate/DeviceAddress.h"
+
 #include <endpoint.pb.h>
 
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <stop_token>
-
-#include "calibrate/DeviceAddress.h"
 
 namespace calibrate {
 

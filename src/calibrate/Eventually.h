@@ -12,9 +12,8 @@ bool eventually(Condition condition) {
     constexpr auto kPause = std::chrono::milliseconds(20);
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
     while (!condition()) {
-        if (std::chrono::steady_clock::now() >= end) {
+        if (std::chrono::steady_clock::now() >= end)
             return false;
-        }
         std::this_thread::sleep_for(kPause);
     }
     return true;

@@ -1,15 +1,15 @@
 #include "calibrate/FilterDesign.h"
 
+#include "calibrate/Errors.h"
+#include "calibrate/FrequencyResponse.h"
+#include "calibrate/Resample.h"
+#include "calibrate/Text.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <set>
 #include <span>
-
-#include "calibrate/Errors.h"
-#include "calibrate/FrequencyResponse.h"
-#include "calibrate/Resample.h"
-#include "calibrate/Text.h"
 
 namespace calibrate {
 namespace {
@@ -38,9 +38,8 @@ std::string milliseconds(std::size_t samples, double sampleRate) {
 /// The taps without the zeros at their end; at least one.
 std::span<const double> significant(const std::vector<double>& taps) {
     std::size_t count = taps.size();
-    while (count > 1 && taps[count - 1] == 0) {
+    while (count > 1 && taps[count - 1] == 0)
         --count;
-    }
     return std::span(taps).first(count);
 }
 
@@ -77,9 +76,8 @@ void checkResampling(const SpeakerFilter& filter, const Variant& variant) {
     const auto taps = significant(filter.taps);
     const std::size_t length = resampledLength(taps.size(), ratio);
     if (length / kHopelessLength > variant.maxTaps ||
-        energyBeyond(taps, ratio, variant.maxTaps, 0) > kMostLostEnergy) {
+        energyBeyond(taps, ratio, variant.maxTaps, 0) > kMostLostEnergy)
         refuseTooLong(filter.origin, taps.size(), filter.sampleRate, variant);
-    }
     if (std::min(length, variant.maxTaps) > kMaxResampledTaps) {
         throw BadInput(filter.origin + ": filters longer than " +
                        counted(kMaxResampledTaps, "tap") + " are not resampled: give one at " +
@@ -88,9 +86,8 @@ void checkResampling(const SpeakerFilter& filter, const Variant& variant) {
 }
 
 float narrowed(double tap) {
-    if (!(std::abs(tap) <= static_cast<double>(std::numeric_limits<float>::max()))) {
+    if (!(std::abs(tap) <= static_cast<double>(std::numeric_limits<float>::max())))
         throw BadInput("a filter has taps that are too large for 32-bit floats: lower its gain");
-    }
     return static_cast<float>(tap);
 }
 
@@ -120,11 +117,9 @@ public:
         takeExact();
         resampleOthers();
         const std::size_t delay = design_.conversion ? design_.conversion->delay : 0;
-        for (auto& taps : design_.taps) {
-            if (taps.empty()) {
+        for (auto& taps : design_.taps)
+            if (taps.empty())
                 taps = impulse(delay);
-            }
-        }
         return std::move(design_);
     }
 
@@ -146,24 +141,21 @@ private:
         std::vector<ResampleInput> inputs;
         std::set<double> rates;
         for (std::size_t i = 0; i < speakers_.size(); ++i) {
-            if (!design_.taps[i].empty() || speakers_[i].empty()) {
+            if (!design_.taps[i].empty() || speakers_[i].empty())
                 continue;
-            }
             const auto& filter = highestRate(speakers_[i]);
             checkResampling(filter, design_.variant);
             indices.push_back(i);
             inputs.push_back({significant(filter.taps), filter.sampleRate});
             rates.insert(filter.sampleRate);
         }
-        if (inputs.empty()) {
+        if (inputs.empty())
             return;
-        }
         // Filters that are taken as they are cannot be delayed along, so no other may be.
         const auto result =
             resample(inputs, design_.variant.sampleRate, design_.variant.maxTaps, !hasExact_);
-        for (std::size_t i = 0; i < indices.size(); ++i) {
+        for (std::size_t i = 0; i < indices.size(); ++i)
             design_.taps[indices[i]] = narrowed(result.taps[i]);
-        }
         design_.conversion = {{rates.begin(), rates.end()},
                               result.delay,
                               result.deviation,
@@ -177,9 +169,8 @@ private:
 };
 
 void warnOfLoss(const VariantDesign& design, std::vector<std::string>& warnings) {
-    if (!design.conversion || design.conversion->lostEnergy <= kNotableLostEnergy) {
+    if (!design.conversion || design.conversion->lostEnergy <= kNotableLostEnergy)
         return;
-    }
     warnings.push_back(
         "at " + hertz(design.variant.sampleRate) + " the device holds " +
         std::to_string(design.variant.maxTaps) + " taps, and the end of a filter was cut: " +
@@ -187,9 +178,8 @@ void warnOfLoss(const VariantDesign& design, std::vector<std::string>& warnings)
 }
 
 void warnOfDeviation(const VariantDesign& design, std::vector<std::string>& warnings) {
-    if (!design.conversion || design.conversion->deviation <= kAllowedDeviation) {
+    if (!design.conversion || design.conversion->deviation <= kAllowedDeviation)
         return;
-    }
     warnings.push_back("at " + hertz(design.variant.sampleRate) +
                        " the resampled response deviates by up to " +
                        fixed(design.conversion->deviation, 2) + " dB: give files at this rate");
@@ -206,9 +196,8 @@ Boost largestBoost(const FilterDesign& design, std::size_t speaker) {
     for (const auto& variant : design.variants) {
         const auto& taps = variant.taps[speaker];
         const auto peak = peakOf(std::vector<double>(taps.begin(), taps.end()));
-        if (peak.gain > largest.gain) {
+        if (peak.gain > largest.gain)
             largest = {peak.gain, peak.cycles * variant.variant.sampleRate};
-        }
     }
     return largest;
 }
@@ -233,14 +222,11 @@ void warnOfGain(const FilterDesign& design, const std::vector<std::string>& name
 
 void checkCapacity(const FilterFile& file, const std::vector<Variant>& variants) {
     std::size_t taps = 0;
-    for (const auto& channel : file.channels) {
+    for (const auto& channel : file.channels)
         taps = std::max(taps, significant(channel).size());
-    }
-    for (const auto& variant : variants) {
-        if (sameRate(file.sampleRate, variant.sampleRate) && taps > variant.maxTaps) {
+    for (const auto& variant : variants)
+        if (sameRate(file.sampleRate, variant.sampleRate) && taps > variant.maxTaps)
             refuseTooLong(file.name(), taps, file.sampleRate, variant);
-        }
-    }
 }
 
 FilterDesign designFilters(const std::vector<SpeakerFilters>& speakers,

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "calibrate/SpeakerMapping.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "calibrate/SpeakerMapping.h"
 
 namespace calibrate {
 

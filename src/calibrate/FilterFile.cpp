@@ -1,5 +1,8 @@
 #include "calibrate/FilterFile.h"
 
+#include "calibrate/Errors.h"
+#include "calibrate/Text.h"
+
 #include <sndfile.h>
 
 #include <algorithm>
@@ -16,9 +19,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-
-#include "calibrate/Errors.h"
-#include "calibrate/Text.h"
 
 namespace calibrate {
 namespace {
@@ -58,27 +58,21 @@ bool isOneOf(std::string_view extension, std::initializer_list<std::string_view>
 void checkReadable(const fs::path& path) {
     std::error_code error;
     const auto status = fs::status(path, error);
-    if (status.type() == fs::file_type::not_found) {
+    if (status.type() == fs::file_type::not_found)
         refuse(path, "no such file");
-    }
-    if (error) {
+    if (error)
         refuse(path, "cannot be read: " + error.message());
-    }
-    if (fs::is_directory(status)) {
+    if (fs::is_directory(status))
         refuse(path, "is a directory; name the files in it");
-    }
-    if (!fs::is_regular_file(status)) {
+    if (!fs::is_regular_file(status))
         refuse(path, "is no regular file");
-    }
-    if (!std::ifstream(path, std::ios::binary)) {
+    if (!std::ifstream(path, std::ios::binary))
         refuse(path, std::string("cannot be read: ") + std::strerror(errno));
-    }
 }
 
 double headerlessRate(const fs::path& path, const HeaderlessFormat& format) {
-    if (!format.sampleRate) {
+    if (!format.sampleRate)
         refuse(path, "the file does not tell its sample rate: give --rate, such as --rate 48000");
-    }
     return *format.sampleRate;
 }
 
@@ -87,9 +81,8 @@ std::vector<std::vector<double>> deinterleave(std::span<const double> samples,
     std::vector<std::vector<double>> result(channels);
     for (std::size_t channel = 0; channel < channels; ++channel) {
         result[channel].reserve(samples.size() / channels);
-        for (std::size_t i = channel; i < samples.size(); i += channels) {
+        for (std::size_t i = channel; i < samples.size(); i += channels)
             result[channel].push_back(samples[i]);
-        }
     }
     return result;
 }
@@ -104,28 +97,24 @@ std::vector<double> readFrames(const fs::path& path, SNDFILE* file, std::size_t 
     std::vector<double> block(kFrames * channels);
     for (;;) {
         const auto frames = sf_readf_double(file, block.data(), static_cast<sf_count_t>(kFrames));
-        if (frames <= 0) {
+        if (frames <= 0)
             break;
-        }
         const auto count =
             static_cast<std::ptrdiff_t>(frames) * static_cast<std::ptrdiff_t>(channels);
         samples.insert(samples.end(), block.begin(), block.begin() + count);
-        if (samples.size() > kMaxSamples) {
+        if (samples.size() > kMaxSamples)
             refuseTooLarge(path);
-        }
     }
-    if (sf_error(file) != SF_ERR_NO_ERROR) {
+    if (sf_error(file) != SF_ERR_NO_ERROR)
         refuse(path, std::string("is damaged: ") + sf_strerror(file));
-    }
     return samples;
 }
 
 FilterFile readSoundFile(const fs::path& path) {
     SF_INFO info{};
     const SoundFile file(sf_open(path.c_str(), SFM_READ, &info), &sf_close);
-    if (!file) {
+    if (!file)
         refuse(path, std::string("is no sound file that can be read: ") + sf_strerror(nullptr));
-    }
     const auto channels = static_cast<std::size_t>(info.channels);
     return {path, static_cast<double>(info.samplerate),
             deinterleave(readFrames(path, file.get(), channels), channels)};
@@ -135,9 +124,8 @@ FilterFile readSoundFile(const fs::path& path) {
 
 float littleEndianFloat(const char* bytes) {
     std::uint32_t bits = 0;
-    for (unsigned i = 0; i < 4; ++i) {
+    for (unsigned i = 0; i < 4; ++i)
         bits |= static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[i])) << (8 * i);
-    }
     return std::bit_cast<float>(bits);
 }
 
@@ -147,9 +135,8 @@ std::string readBytes(const fs::path& path) {
     char block[65536];
     while (file.read(block, sizeof block) || file.gcount() > 0) {
         bytes.append(block, static_cast<std::size_t>(file.gcount()));
-        if (bytes.size() > kMaxSamples * sizeof(float)) {
+        if (bytes.size() > kMaxSamples * sizeof(float))
             refuseTooLarge(path);
-        }
     }
     return bytes;
 }
@@ -164,18 +151,16 @@ FilterFile readRawFile(const fs::path& path, const HeaderlessFormat& format) {
                          ": this is no raw float file, or --channels is wrong");
     }
     std::vector<double> samples(bytes.size() / sizeof(float));
-    for (std::size_t i = 0; i < samples.size(); ++i) {
+    for (std::size_t i = 0; i < samples.size(); ++i)
         samples[i] = static_cast<double>(littleEndianFloat(bytes.data() + i * sizeof(float)));
-    }
     return {path, rate, deinterleave(samples, format.channels)};
 }
 
 std::string_view trimmed(std::string_view line) {
     constexpr std::string_view kBlank = " \t\r";
     const auto first = line.find_first_not_of(kBlank);
-    if (first == std::string_view::npos) {
+    if (first == std::string_view::npos)
         return {};
-    }
     return line.substr(first, line.find_last_not_of(kBlank) - first + 1);
 }
 
@@ -201,9 +186,8 @@ FilterFile readTextFile(const fs::path& path, const HeaderlessFormat& format) {
         const auto line = trimmed(rest.substr(0, end));
         rest.remove_prefix(std::min(end + 1, rest.size()));
         ++lineNumber;
-        if (!line.empty() && std::string_view("#;*/").find(line[0]) == std::string_view::npos) {
+        if (!line.empty() && std::string_view("#;*/").find(line[0]) == std::string_view::npos)
             taps.push_back(parseTap(path, lineNumber, line));
-        }
     }
     return {path, rate, {std::move(taps)}};
 }
@@ -211,9 +195,8 @@ FilterFile readTextFile(const fs::path& path, const HeaderlessFormat& format) {
 // ---- Checks -------------------------------------------------------------------------------------
 
 void checkTaps(const FilterFile& file) {
-    if (file.channels.empty() || file.taps() == 0) {
+    if (file.channels.empty() || file.taps() == 0)
         refuse(file.path, "holds no taps");
-    }
     for (std::size_t channel = 0; channel < file.channels.size(); ++channel) {
         const auto& taps = file.channels[channel];
         const auto bad = std::find_if(taps.begin(), taps.end(), [](double tap) {
@@ -237,15 +220,12 @@ void checkRate(const FilterFile& file) {
 FilterFile readByExtension(const fs::path& path, const HeaderlessFormat& format) {
     const std::string extension = lowerCaseExtension(path);
     if (isOneOf(extension, {".wav", ".wave", ".w64", ".rf64", ".aif", ".aiff", ".aifc", ".au",
-                            ".caf", ".flac"})) {
+                            ".caf", ".flac"}))
         return readSoundFile(path);
-    }
-    if (isOneOf(extension, {".f32", ".raw", ".bin"})) {
+    if (isOneOf(extension, {".f32", ".raw", ".bin"}))
         return readRawFile(path, format);
-    }
-    if (extension == ".txt") {
+    if (extension == ".txt")
         return readTextFile(path, format);
-    }
     refuse(path,
            "the extension tells no format: .wav (or .aif, .flac, .caf, .w64, .au), .f32, "
            ".raw or .bin for raw floats, .txt for a number on each line");

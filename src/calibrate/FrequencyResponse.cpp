@@ -9,9 +9,8 @@ namespace calibrate {
 std::complex<double> responseAt(std::span<const double> taps, double cycles) {
     const auto delay = std::polar(1.0, -2 * std::numbers::pi * cycles);
     std::complex<double> sum = 0;
-    for (std::size_t i = taps.size(); i-- > 0;) {
+    for (std::size_t i = taps.size(); i-- > 0;)
         sum = sum * delay + taps[i];
-    }
     return sum;
 }
 

@@ -24,9 +24,8 @@ void printIdentity(std::ostream& out, const protocol::DeviceInfo& device) {
     out << kIndent << "Manufacturer  " << orDash(device.manufacturer()) << '\n';
     out << kIndent << "Model         " << orDash(device.model_name()) << '\n';
     out << kIndent << "UUID          " << orDash(device.uuid()) << '\n';
-    if (!device.extra_info().empty()) {
+    if (!device.extra_info().empty())
         out << kIndent << "Remarks       " << printable(device.extra_info()) << '\n';
-    }
 }
 
 void printSpeakers(std::ostream& out, const std::vector<protocol::SpeakerInfo>& speakers) {
@@ -49,17 +48,15 @@ void printSpeakers(std::ostream& out, const std::vector<protocol::SpeakerInfo>& 
 void printMicrophones(std::ostream& out, const std::vector<protocol::MicInfo>& microphones) {
     printHeading(out, "Microphones");
     TextTable table({"Index", "Name"});
-    for (std::size_t i = 0; i < microphones.size(); ++i) {
+    for (std::size_t i = 0; i < microphones.size(); ++i)
         table.add({std::to_string(i), printable(microphones[i].name())});
-    }
     table.print(out, kIndent);
 }
 
 std::string variantsText(const protocol::CellInfo& cell) {
     std::string text;
-    for (const auto id : cell.variants()) {
+    for (const auto id : cell.variants())
         text += (text.empty() ? "" : ", ") + std::to_string(id);
-    }
     return text.empty() ? "-" : text;
 }
 
@@ -92,9 +89,8 @@ std::string band(double start, double end) {
 }
 
 std::string duration(unsigned samples, float sampleRate) {
-    if (samples == 0) {
+    if (samples == 0)
         return "-";
-    }
     const std::string count = std::to_string(samples) + " samples";
     return sampleRate > 0
                ? count + " (" + fixed(samples / static_cast<double>(sampleRate), 3) + " s)"

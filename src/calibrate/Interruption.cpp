@@ -20,9 +20,8 @@ sigset_t watchedSignals() {
 }
 
 int checked(int descriptor) {
-    if (descriptor < 0) {
+    if (descriptor < 0)
         throw std::system_error(errno, std::generic_category(), "cannot watch for Ctrl-C");
-    }
     return descriptor;
 }
 
@@ -48,17 +47,14 @@ void Interruption::watch() {
     for (;;) {
         pollfd descriptors[] = {{signalDescriptor_, POLLIN, 0}, {endDescriptor_, POLLIN, 0}};
         poll(descriptors, 2, -1);
-        if (descriptors[1].revents != 0) {
+        if (descriptors[1].revents != 0)
             return;
-        }
         signalfd_siginfo info{};
-        if (read(signalDescriptor_, &info, sizeof info) != sizeof info) {
+        if (read(signalDescriptor_, &info, sizeof info) != sizeof info)
             continue;
-        }
         const int number = static_cast<int>(info.ssi_signo);
-        if (signal_.exchange(number) != 0) {
+        if (signal_.exchange(number) != 0)
             _exit(128 + number);
-        }
         source_.request_stop();
     }
 }

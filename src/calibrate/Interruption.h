@@ -1,8 +1,7 @@
 #pragma once
 
-#include <csignal>
-
 #include <atomic>
+#include <csignal>
 #include <stop_token>
 #include <thread>
 

@@ -1,9 +1,9 @@
 #include "calibrate/JsonOutput.h"
 
+#include "calibrate/Text.h"
+
 #include <algorithm>
 #include <cctype>
-
-#include "calibrate/Text.h"
 
 namespace calibrate {
 namespace {
@@ -20,9 +20,8 @@ std::string shortName(const std::string& enumerator, const std::string& prefix) 
 template <class List, class Convert>
 Json listOf(const List& list, Convert convert) {
     Json result = Json::array();
-    for (const auto& element : list) {
+    for (const auto& element : list)
         result.push_back(convert(element));
-    }
     return result;
 }
 
@@ -135,9 +134,8 @@ Json conversionJson(const VariantDesign::Conversion& conversion) {
 
 Json variantJson(const VariantDesign& design, const std::vector<std::string>& speakerNames) {
     Json taps = Json::array();
-    for (std::size_t i = 0; i < design.taps.size(); ++i) {
+    for (std::size_t i = 0; i < design.taps.size(); ++i)
         taps.push_back({{"speaker", speakerNames[i]}, {"taps", design.taps[i].size()}});
-    }
     return {{"variant", design.variant.id},
             {"sample_rate_hz", design.variant.sampleRate},
             {"speakers", taps},
@@ -159,9 +157,8 @@ std::string stimulusTypeName(protocol::StimulusType type) {
 
 Json toJson(const SlotTable& table) {
     Json slots = Json::array();
-    for (std::size_t i = 0; i < table.slots.size(); ++i) {
+    for (std::size_t i = 0; i < table.slots.size(); ++i)
         slots.push_back(slotJson(static_cast<int>(i), table));
-    }
     return {{"active_slot", table.active < 0 ? Json() : Json(table.active)},
             {"filtering", orNull(table.filtering, [](bool on) { return on; })},
             {"slots", slots}};
@@ -194,9 +191,8 @@ Json toJson(const Topology& topology) {
 
 Json toJson(const FilterDesign& design, const std::vector<std::string>& speakerNames) {
     Json variants = Json::array();
-    for (const auto& variant : design.variants) {
+    for (const auto& variant : design.variants)
         variants.push_back(variantJson(variant, speakerNames));
-    }
     return variants;
 }
 

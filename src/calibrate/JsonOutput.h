@@ -1,9 +1,9 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
-
 #include "calibrate/DeviceQuery.h"
 #include "calibrate/FilterDesign.h"
+
+#include <nlohmann/json.hpp>
 
 namespace calibrate {
 

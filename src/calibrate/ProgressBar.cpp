@@ -1,9 +1,9 @@
 #include "calibrate/ProgressBar.h"
 
+#include "calibrate/Text.h"
+
 #include <algorithm>
 #include <cstdio>
-
-#include "calibrate/Text.h"
 
 namespace calibrate {
 namespace {
@@ -23,21 +23,18 @@ ProgressBar::ProgressBar(std::ostream& out, Style style, std::size_t columns)
 }
 
 ProgressBar::~ProgressBar() {
-    if (!drawn_.empty()) {
+    if (!drawn_.empty())
         out_ << std::endl;
-    }
 }
 
 void ProgressBar::update(double fraction, const std::string& step) {
-    if (fraction > fraction_) {
+    if (fraction > fraction_)
         fraction_ = std::min(fraction, 1.0);
-    }
     const int percent = static_cast<int>(fraction_ * 100 + 0.5);
-    if (style_ == Style::bar) {
+    if (style_ == Style::bar)
         drawBar(percent, step);
-    } else if (style_ == Style::lines && step != step_) {
+    else if (style_ == Style::lines && step != step_)
         out_ << percentText(percent) << "  " << step << std::endl;
-    }
     step_ = step;
 }
 
@@ -45,9 +42,8 @@ void ProgressBar::drawBar(int percent, const std::string& step) {
     const std::size_t filled = kBarColumns * static_cast<std::size_t>(percent) / 100;
     std::string line = '[' + std::string(filled, '#') + std::string(kBarColumns - filled, '.') +
                        "] " + percentText(percent);
-    if (columns(line) + 2 + columns(step) < columns_) {
+    if (columns(line) + 2 + columns(step) < columns_)
         line += "  " + step;
-    }
     if (line != drawn_) {
         out_ << '\r' << line << "\x1b[K" << std::flush;
         drawn_ = line;

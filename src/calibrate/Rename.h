@@ -1,10 +1,10 @@
 #pragma once
 
-#include <optional>
-#include <string>
-
 #include "calibrate/Console.h"
 #include "calibrate/EndpointClient.h"
+
+#include <optional>
+#include <string>
 
 namespace calibrate {
 

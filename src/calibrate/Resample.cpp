@@ -1,12 +1,12 @@
 #include "calibrate/Resample.h"
 
+#include "calibrate/FrequencyResponse.h"
+
 #include <algorithm>
 #include <cmath>
 #include <complex>
 #include <numbers>
 #include <utility>
-
-#include "calibrate/FrequencyResponse.h"
 
 namespace calibrate {
 namespace {
@@ -56,14 +56,12 @@ std::vector<double> solveToeplitz(const std::vector<double>& row, const std::vec
         const double scale = 1 / (1 - forwardError * forwardError);
         forward.push_back(0);
         next.resize(n + 1);
-        for (std::size_t i = 0; i <= n; ++i) {
+        for (std::size_t i = 0; i <= n; ++i)
             next[i] = scale * (forward[i] - forwardError * forward[n - i]);
-        }
         std::swap(forward, next);
         x.push_back(0);
-        for (std::size_t i = 0; i <= n; ++i) {
+        for (std::size_t i = 0; i <= n; ++i)
             x[i] += (y[n] - solutionError) * forward[n - i];
-        }
     }
     return x;
 }
@@ -85,9 +83,8 @@ public:
         std::vector<double> taps;
         for (const double weight : kOutsideWeights) {
             taps = solve(delay, weight);
-            if (loudest(taps, passband_, 1) <= mostOutside_) {
+            if (loudest(taps, passband_, 1) <= mostOutside_)
                 break;
-            }
         }
         return taps;
     }
@@ -200,9 +197,8 @@ Resampled resampleWithDelay(const std::vector<Fit>& fits, std::size_t delay) {
 
 double judgedBandEdge(const std::vector<ResampleInput>& filters, double sampleRate) {
     double lowest = sampleRate;
-    for (const auto& filter : filters) {
+    for (const auto& filter : filters)
         lowest = std::min(lowest, filter.sampleRate);
-    }
     return kJudgedBand * lowest / 2;
 }
 
@@ -230,18 +226,15 @@ Resampled resample(const std::vector<ResampleInput>& filters, double sampleRate,
                    std::size_t maxTaps, bool mayDelay) {
     std::vector<Fit> fits;
     fits.reserve(filters.size());
-    for (const auto& filter : filters) {
+    for (const auto& filter : filters)
         fits.emplace_back(filter, sampleRate, maxTaps);
-    }
     Resampled best = resampleWithDelay(fits, kDelays[0]);
     for (std::size_t i = 1; i < std::size(kDelays) && mayDelay; ++i) {
-        if (best.deviation <= kAllowedDeviation || kDelays[i] >= maxTaps) {
+        if (best.deviation <= kAllowedDeviation || kDelays[i] >= maxTaps)
             break;
-        }
         Resampled candidate = resampleWithDelay(fits, kDelays[i]);
-        if (candidate.deviation < best.deviation) {
+        if (candidate.deviation < best.deviation)
             best = std::move(candidate);
-        }
     }
     best.bandEdge = judgedBandEdge(filters, sampleRate);
     return best;

@@ -8,9 +8,8 @@ namespace calibrate {
 namespace {
 
 std::string stateText(const SlotTable& table, int slot) {
-    if (slot != table.active) {
+    if (slot != table.active)
         return SlotTable::looksEmpty(table.slots[static_cast<std::size_t>(slot)]) ? "empty" : "";
-    }
     return table.filtering.value_or(true) ? "active" : "active, correction off";
 }
 
@@ -31,18 +30,16 @@ void printSlots(std::ostream& out, const SlotTable& table, const std::string& in
                   printable(slot.description())});
     }
     text.print(out, indent);
-    if (table.active < 0) {
+    if (table.active < 0)
         out << indent << "No slot is active.\n";
-    }
 }
 
 void slots(EndpointClient& client, const Console& console) {
     const SlotTable table = readSlots(client, client.deviceInfo());
-    if (console.json()) {
+    if (console.json())
         console.print(toJson(table));
-    } else {
+    else
         printSlots(console.out(), table, "");
-    }
 }
 
 }  // namespace calibrate

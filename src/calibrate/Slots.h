@@ -1,10 +1,10 @@
 #pragma once
 
-#include <ostream>
-#include <string>
-
 #include "calibrate/Console.h"
 #include "calibrate/DeviceQuery.h"
+
+#include <ostream>
+#include <string>
 
 namespace calibrate {
 

@@ -1,12 +1,12 @@
 #include "calibrate/SpeakerMapping.h"
 
+#include "calibrate/Errors.h"
+#include "calibrate/Text.h"
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <map>
-
-#include "calibrate/Errors.h"
-#include "calibrate/Text.h"
 
 namespace calibrate {
 namespace {
@@ -16,9 +16,8 @@ using Names = std::vector<std::string>;
 /// "2 speakers (0 "Front left", 1 "Front right")".
 std::string listOf(const Names& names) {
     std::string list;
-    for (std::size_t i = 0; i < names.size(); ++i) {
+    for (std::size_t i = 0; i < names.size(); ++i)
         list += (i == 0 ? "" : ", ") + std::to_string(i) + " \"" + printable(names[i]) + '"';
-    }
     return counted(names.size(), "speaker") + (list.empty() ? "" : " (" + list + ")");
 }
 
@@ -37,11 +36,9 @@ std::string lowerCase(std::string text) {
 
 std::vector<std::size_t> indicesWhere(const Names& names, const auto& matches) {
     std::vector<std::size_t> indices;
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        if (matches(names[i])) {
+    for (std::size_t i = 0; i < names.size(); ++i)
+        if (matches(names[i]))
             indices.push_back(i);
-        }
-    }
     return indices;
 }
 
@@ -59,9 +56,8 @@ std::vector<std::size_t> candidates(const std::string& text, const Names& names)
         found = indicesWhere(names,
                              [&](const auto& name) { return lowerCase(name) == lowerCase(text); });
     }
-    if (const auto index = asIndex(text); found.empty() && index && *index < names.size()) {
+    if (const auto index = asIndex(text); found.empty() && index && *index < names.size())
         found.push_back(*index);
-    }
     return found;
 }
 
@@ -116,9 +112,8 @@ SpeakerArgument parseSpeakerArgument(const std::string& text) {
     const std::string file = argument.path.string();
     const auto colon = file.rfind(':');
     std::error_code ignored;
-    if (colon == std::string::npos || std::filesystem::exists(argument.path, ignored)) {
+    if (colon == std::string::npos || std::filesystem::exists(argument.path, ignored))
         return argument;
-    }
     if (const auto channel = asIndex(file.substr(colon + 1))) {
         argument.path = file.substr(0, colon);
         argument.channel = channel;
@@ -128,11 +123,9 @@ SpeakerArgument parseSpeakerArgument(const std::string& text) {
 
 std::vector<SpeakerFilters> mapInOrder(const std::vector<FilterFile>& files, const Names& names) {
     std::map<double, std::vector<SpeakerFilter>> channelsOfRate;
-    for (const auto& file : files) {
-        for (std::size_t channel = 0; channel < file.channels.size(); ++channel) {
+    for (const auto& file : files)
+        for (std::size_t channel = 0; channel < file.channels.size(); ++channel)
             channelsOfRate[file.sampleRate].push_back(channelOf(file, channel));
-        }
-    }
     std::vector<SpeakerFilters> result(names.size());
     for (auto& [rate, channels] : channelsOfRate) {
         if (channels.size() != names.size()) {
@@ -141,9 +134,8 @@ std::vector<SpeakerFilters> mapInOrder(const std::vector<FilterFile>& files, con
                            listOf(names) +
                            ": give a channel for each, or name them with --speaker NAME=FILE");
         }
-        for (std::size_t i = 0; i < names.size(); ++i) {
+        for (std::size_t i = 0; i < names.size(); ++i)
             result[i].push_back(std::move(channels[i]));
-        }
     }
     return result;
 }

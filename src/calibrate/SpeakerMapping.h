@@ -1,12 +1,12 @@
 #pragma once
 
+#include "calibrate/FilterFile.h"
+
 #include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "calibrate/FilterFile.h"
 
 namespace calibrate {
 

@@ -17,14 +17,11 @@ std::size_t characterLength(std::string_view text) {
                                : lead >= 0xE0 && lead < 0xF0  ? 3
                                : lead >= 0xF0 && lead <= 0xF4 ? 4
                                                               : 0;
-    if (length == 0 || text.size() < length) {
+    if (length == 0 || text.size() < length)
         return 0;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0) != 0x80) {
+    for (std::size_t i = 1; i < length; ++i)
+        if ((byte(i) & 0xC0) != 0x80)
             return 0;
-        }
-    }
     const bool overlong = (lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xF0 && byte(1) < 0x90);
     const bool surrogate = lead == 0xED && byte(1) >= 0xA0;
     const bool beyondUnicode = lead == 0xF4 && byte(1) >= 0x90;
@@ -33,9 +30,8 @@ std::size_t characterLength(std::string_view text) {
 
 bool isControl(std::string_view character) {
     const auto lead = static_cast<unsigned char>(character[0]);
-    if (character.size() == 1) {
+    if (character.size() == 1)
         return lead < 0x20 || lead == 0x7F;
-    }
     return lead == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0;
 }
 
@@ -102,9 +98,8 @@ std::string counted(std::size_t count, std::string_view noun) {
 }
 
 std::string utcTime(long long millisecondsSinceEpoch) {
-    if (millisecondsSinceEpoch < kYear2000 || millisecondsSinceEpoch >= kYear2200) {
+    if (millisecondsSinceEpoch < kYear2000 || millisecondsSinceEpoch >= kYear2200)
         return {};
-    }
     const auto seconds = static_cast<std::time_t>(millisecondsSinceEpoch / 1000);
     std::tm calendar{};
     gmtime_r(&seconds, &calendar);

@@ -1,9 +1,9 @@
 #include "calibrate/TextTable.h"
 
+#include "calibrate/Text.h"
+
 #include <algorithm>
 #include <utility>
-
-#include "calibrate/Text.h"
 
 namespace calibrate {
 
@@ -18,11 +18,9 @@ void TextTable::add(std::vector<std::string> row) {
 
 std::vector<std::size_t> TextTable::columnWidths() const {
     std::vector<std::size_t> widths(rows_.front().size(), 0);
-    for (const auto& row : rows_) {
-        for (std::size_t i = 0; i < row.size(); ++i) {
+    for (const auto& row : rows_)
+        for (std::size_t i = 0; i < row.size(); ++i)
             widths[i] = std::max(widths[i], columns(row[i]));
-        }
-    }
     return widths;
 }
 
@@ -30,9 +28,8 @@ void TextTable::print(std::ostream& out, const std::string& indent) const {
     const auto widths = columnWidths();
     for (const auto& row : rows_) {
         std::string line = indent;
-        for (std::size_t i = 0; i < row.size(); ++i) {
+        for (std::size_t i = 0; i < row.size(); ++i)
             line += row[i] + std::string(widths[i] - columns(row[i]) + 2, ' ');
-        }
         line.erase(line.find_last_not_of(' ') + 1);
         out << line << '\n';
     }

@@ -27,9 +27,8 @@ public:
     void send(const protocol::SlotInfo& slot) {
         progress_.update(0, "opening the transfer");
         client_.beginFilterTransfer(slot);
-        for (std::size_t speaker = 0; speaker < names_.size(); ++speaker) {
+        for (std::size_t speaker = 0; speaker < names_.size(); ++speaker)
             sendSpeaker(speaker);
-        }
     }
 
 private:

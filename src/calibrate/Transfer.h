@@ -1,11 +1,11 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "calibrate/EndpointClient.h"
 #include "calibrate/FilterDesign.h"
 #include "calibrate/ProgressBar.h"
+
+#include <string>
+#include <vector>
 
 namespace calibrate {
 

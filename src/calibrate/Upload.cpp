@@ -1,10 +1,5 @@
 #include "calibrate/Upload.h"
 
-#include <algorithm>
-#include <chrono>
-#include <cmath>
-#include <limits>
-
 #include "calibrate/Activate.h"
 #include "calibrate/DeviceQuery.h"
 #include "calibrate/Eventually.h"
@@ -12,6 +7,11 @@
 #include "calibrate/JsonOutput.h"
 #include "calibrate/Text.h"
 #include "calibrate/Transfer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <limits>
 
 namespace calibrate {
 namespace {
@@ -23,9 +23,8 @@ using Names = std::vector<std::string>;
 /// The files in the order of the command line; those of --speaker come last.
 std::vector<std::filesystem::path> pathsOf(const UploadOptions& options) {
     auto paths = options.files;
-    for (const auto& speaker : options.speakers) {
+    for (const auto& speaker : options.speakers)
         paths.push_back(speaker.path);
-    }
     return paths;
 }
 
@@ -49,20 +48,17 @@ std::vector<FilterFile> readFiles(const UploadOptions& options) {
                        counted(paths.size(), "file") + ": give one for all, or one for each");
     }
     std::vector<FilterFile> files;
-    for (const auto& path : paths) {
+    for (const auto& path : paths)
         files.push_back(readFilterFile(path, options.format));
-    }
-    for (std::size_t i = 0; i < files.size() && !options.gains.empty(); ++i) {
+    for (std::size_t i = 0; i < files.size() && !options.gains.empty(); ++i)
         amplify(files[i], options.gains[options.gains.size() == 1 ? 0 : i]);
-    }
     return files;
 }
 
 std::vector<SpeakerFilters> mapFiles(const UploadOptions& options, std::vector<FilterFile> files,
                                      const Names& names) {
-    if (options.speakers.empty()) {
+    if (options.speakers.empty())
         return mapInOrder(files, names);
-    }
     std::vector<SpeakerAssignment> assignments;
     for (std::size_t i = 0; i < options.speakers.size(); ++i) {
         const auto& argument = options.speakers[i];
@@ -108,22 +104,19 @@ std::vector<Variant> readVariants(EndpointClient& client, std::size_t speakers) 
     for (std::size_t i = 1; i < speakers; ++i) {
         const auto cell = readCell(client, i);
         if (!std::equal(cell.variants().begin(), cell.variants().end(), first.variants().begin(),
-                        first.variants().end())) {
+                        first.variants().end()))
             cannotHoldFilters("speakers 0 and " + std::to_string(i) + " differ in their variants");
-        }
     }
     std::vector<Variant> variants;
-    for (const auto id : first.variants()) {
+    for (const auto id : first.variants())
         variants.push_back(readVariant(client, id));
-    }
     return variants;
 }
 
 Names readSpeakerNames(EndpointClient& client, const protocol::DeviceInfo& device) {
     Names names;
-    for (const auto& speaker : readSpeakers(client, device)) {
+    for (const auto& speaker : readSpeakers(client, device))
         names.push_back(speaker.name());
-    }
     return names;
 }
 
@@ -172,9 +165,8 @@ auto afterStoring(int slot, Step step) {
 }
 
 bool isActive(EndpointClient& client, const UploadOptions& options) {
-    if (options.activate) {
+    if (options.activate)
         activateSlot(client, options.slot);
-    }
     return client.activeSlot() == options.slot;
 }
 
@@ -182,21 +174,18 @@ bool isActive(EndpointClient& client, const UploadOptions& options) {
 
 std::size_t longest(const VariantDesign& design) {
     std::size_t taps = 0;
-    for (const auto& speaker : design.taps) {
+    for (const auto& speaker : design.taps)
         taps = std::max(taps, speaker.size());
-    }
     return taps;
 }
 
 std::string conversionText(const VariantDesign& design) {
-    if (!design.conversion) {
+    if (!design.conversion)
         return "as in the files";
-    }
     const auto& conversion = *design.conversion;
     std::string text = "resampled from";
-    for (const double rate : conversion.fromRates) {
+    for (const double rate : conversion.fromRates)
         text += ' ' + hertz(rate);
-    }
     text += ", within " + fixed(conversion.deviation, 4) + " dB up to " +
             hertz(std::round(conversion.bandEdge));
     if (conversion.delay > 0) {
@@ -215,9 +204,8 @@ void describeDesign(const FilterDesign& design, const protocol::DeviceInfo& devi
         console.note("  " + hertz(variant.variant.sampleRate) + ": " +
                      counted(longest(variant), "tap") + ", " + conversionText(variant));
     }
-    for (const auto& warning : design.warnings) {
+    for (const auto& warning : design.warnings)
         console.warn(warning);
-    }
 }
 
 void noteReplacement(int slot, const protocol::SlotInfo& present, const Console& console) {
@@ -248,9 +236,8 @@ void upload(EndpointClient& client, const UploadOptions& options, const Console&
     checkSlot(options.slot, device);
     const Names names = readSpeakerNames(client, device);
     const auto variants = readVariants(client, names.size());
-    for (const auto& file : files) {
+    for (const auto& file : files)
         checkCapacity(file, variants);
-    }
     const auto speakers = mapFiles(options, std::move(files), names);
     const FilterDesign design = designFilters(speakers, names, variants);
     describeDesign(design, device, console);

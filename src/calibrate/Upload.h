@@ -1,14 +1,14 @@
 #pragma once
 
-#include <filesystem>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "calibrate/Console.h"
 #include "calibrate/EndpointClient.h"
 #include "calibrate/FilterFile.h"
 #include "calibrate/SpeakerMapping.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace calibrate {
 

@@ -1,11 +1,11 @@
+#include "calibrate/CommandLine.h"
+#include "calibrate/Errors.h"
+#include "calibrate/Interruption.h"
+
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <iostream>
-
-#include "calibrate/CommandLine.h"
-#include "calibrate/Errors.h"
-#include "calibrate/Interruption.h"
 
 namespace {
 

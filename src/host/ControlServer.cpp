@@ -6,6 +6,7 @@
 #include <grpcpp/resource_quota.h>
 #include <grpcpp/server.h>
 #include <grpcpp/server_builder.h>
+
 #include <sys/stat.h>
 
 #include <chrono>

@@ -3,7 +3,6 @@
 #include "host/RecordSchema.h"
 
 #include <QVariant>
-
 #include <nlohmann/json.hpp>
 
 #include <string>

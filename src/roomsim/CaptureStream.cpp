@@ -1,8 +1,8 @@
 #include "roomsim/CaptureStream.h"
 
-#include <algorithm>
-
 #include "roomsim/ImpulseResponses.h"
+
+#include <algorithm>
 
 namespace roomsim {
 namespace {

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <memory>
-#include <vector>
-
 #include "roomsim/MicrophoneSignal.h"
 #include "roomsim/NoiseFloor.h"
 #include "roomsim/Stream.h"
+
+#include <memory>
+#include <vector>
 
 namespace roomsim {
 

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "roomsim/RealFft.h"
+
 #include <cstddef>
 #include <span>
 #include <vector>
-
-#include "roomsim/RealFft.h"
 
 namespace roomsim {
 

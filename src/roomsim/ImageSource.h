@@ -1,9 +1,9 @@
 #pragma once
 
+#include "roomsim/SincKernel.h"
+
 #include <array>
 #include <vector>
-
-#include "roomsim/SincKernel.h"
 
 namespace roomsim {
 

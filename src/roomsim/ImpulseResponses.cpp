@@ -1,14 +1,14 @@
 #include "roomsim/ImpulseResponses.h"
 
+#include "roomsim/ButterworthFilter.h"
+#include "roomsim/RoomError.h"
+#include "roomsim/WavFile.h"
+
 #include <soxr.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-
-#include "roomsim/ButterworthFilter.h"
-#include "roomsim/RoomError.h"
-#include "roomsim/WavFile.h"
 
 namespace roomsim {
 namespace {

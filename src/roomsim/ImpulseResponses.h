@@ -1,8 +1,8 @@
 #pragma once
 
-#include <vector>
-
 #include "roomsim/RoomDescription.h"
+
+#include <vector>
 
 namespace roomsim {
 

@@ -1,9 +1,9 @@
 #include "roomsim/JsonNode.h"
 
+#include "roomsim/RoomError.h"
+
 #include <cerrno>
 #include <sstream>
-
-#include "roomsim/RoomError.h"
 
 namespace roomsim {
 

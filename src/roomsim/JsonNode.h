@@ -1,7 +1,8 @@
 #pragma once
 
-#include <filesystem>
 #include <nlohmann/json.hpp>
+
+#include <filesystem>
 #include <optional>
 #include <set>
 #include <string>

@@ -1,14 +1,14 @@
 #pragma once
 
+#include "roomsim/PartitionedConvolver.h"
+#include "roomsim/SincKernel.h"
+#include "roomsim/Timeline.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <vector>
-
-#include "roomsim/PartitionedConvolver.h"
-#include "roomsim/SincKernel.h"
-#include "roomsim/Timeline.h"
 
 namespace roomsim {
 

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "roomsim/ConvolverStage.h"
+
 #include <cstddef>
 #include <optional>
 #include <vector>
-
-#include "roomsim/ConvolverStage.h"
 
 namespace roomsim {
 

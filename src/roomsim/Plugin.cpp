@@ -1,7 +1,13 @@
 // The ALSA plug-in: hands alsa-lib's callbacks to the streams of the room.
 
+#include "roomsim/CaptureStream.h"
+#include "roomsim/PlaybackStream.h"
+#include "roomsim/RoomError.h"
+#include "roomsim/SampleFormat.h"
+
 #include <alsa/asoundlib.h>
 #include <alsa/pcm_external.h>
+
 #include <poll.h>
 
 #include <algorithm>
@@ -12,11 +18,6 @@
 #include <string>
 #include <system_error>
 #include <vector>
-
-#include "roomsim/CaptureStream.h"
-#include "roomsim/PlaybackStream.h"
-#include "roomsim/RoomError.h"
-#include "roomsim/SampleFormat.h"
 
 namespace roomsim {
 namespace {

@@ -1,13 +1,13 @@
 #include "roomsim/RoomDescription.h"
 
+#include "roomsim/JsonNode.h"
+#include "roomsim/RoomError.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cmath>
 #include <fstream>
-
-#include "roomsim/JsonNode.h"
-#include "roomsim/RoomError.h"
 
 namespace roomsim {
 namespace {

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "roomsim/ImageSource.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "roomsim/ImageSource.h"
 
 namespace roomsim {
 

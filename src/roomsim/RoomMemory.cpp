@@ -1,19 +1,18 @@
 #include "roomsim/RoomMemory.h"
 
+#include "roomsim/MonotonicClock.h"
+#include "roomsim/RoomError.h"
+
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <system_error>
-
-#include "roomsim/MonotonicClock.h"
-#include "roomsim/RoomError.h"
 
 namespace roomsim {
 

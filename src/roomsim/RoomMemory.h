@@ -1,11 +1,11 @@
 #pragma once
 
-#include <cstddef>
-#include <memory>
-
 #include "roomsim/RoomDescription.h"
 #include "roomsim/RoomState.h"
 #include "roomsim/SpeakerRing.h"
+
+#include <cstddef>
+#include <memory>
 
 namespace roomsim {
 

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "roomsim/Timeline.h"
+
 #include <array>
 #include <cstdint>
 #include <limits>
-
-#include "roomsim/Timeline.h"
 
 namespace roomsim {
 

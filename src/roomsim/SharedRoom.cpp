@@ -1,5 +1,8 @@
 #include "roomsim/SharedRoom.h"
 
+#include "roomsim/FileLock.h"
+#include "roomsim/RoomError.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -8,9 +11,6 @@
 #include <iomanip>
 #include <sstream>
 #include <system_error>
-
-#include "roomsim/FileLock.h"
-#include "roomsim/RoomError.h"
 
 namespace roomsim {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <filesystem>
-#include <optional>
-
 #include "roomsim/FileDescriptor.h"
 #include "roomsim/RoomMemory.h"
+
+#include <filesystem>
+#include <optional>
 
 namespace roomsim {
 

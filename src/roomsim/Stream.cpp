@@ -1,10 +1,10 @@
 #include "roomsim/Stream.h"
 
-#include <algorithm>
-#include <cmath>
-
 #include "roomsim/ImpulseResponses.h"
 #include "roomsim/MonotonicClock.h"
+
+#include <algorithm>
+#include <cmath>
 
 namespace roomsim {
 namespace {

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <mutex>
-#include <optional>
-
 #include "roomsim/RoomDescription.h"
 #include "roomsim/SharedRoom.h"
 #include "roomsim/Timeline.h"
 #include "roomsim/Wakeup.h"
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
 
 namespace roomsim {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstdint>
-
 #include "roomsim/FileDescriptor.h"
+
+#include <cstdint>
 
 namespace roomsim {
 

@@ -1,11 +1,11 @@
 #include "roomsim/WavFile.h"
 
+#include "roomsim/RoomError.h"
+
 #include <sndfile.h>
 
 #include <cerrno>
 #include <memory>
-
-#include "roomsim/RoomError.h"
 
 namespace roomsim {
 namespace {

@@ -1,16 +1,17 @@
 // vesk-room: prints a room's ALSA configuration, writes its impulse responses, tells who is in it.
 
-#include <CLI/CLI.hpp>
-#include <algorithm>
-#include <filesystem>
-#include <iostream>
-#include <string>
-
 #include "roomsim/AlsaConfiguration.h"
 #include "roomsim/ImpulseResponses.h"
 #include "roomsim/RoomError.h"
 #include "roomsim/SharedRoom.h"
 #include "roomsim/WavFile.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+#include <string>
 
 namespace {
 

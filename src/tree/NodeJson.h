@@ -1,7 +1,6 @@
 #pragma once
 
 #include <control.pb.h>
-
 #include <nlohmann/json.hpp>
 
 namespace tree {

@@ -1,9 +1,8 @@
 #include "calibrate/CommandLine.h"
-
-#include <gmock/gmock.h>
-
 #include "calibrate/Errors.h"
 #include "calibrate/support/CommandFixture.h"
+
+#include <gmock/gmock.h>
 
 namespace calibrate {
 namespace {

@@ -1,11 +1,11 @@
 #include "calibrate/Console.h"
+#include "calibrate/Errors.h"
 
 #include <gtest/gtest.h>
+
 #include <unistd.h>
 
 #include <sstream>
-
-#include "calibrate/Errors.h"
 
 namespace calibrate {
 namespace {

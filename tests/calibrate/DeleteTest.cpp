@@ -1,11 +1,9 @@
 #include "calibrate/Delete.h"
-
-#include <gmock/gmock.h>
-
-#include <nlohmann/json.hpp>
-
 #include "calibrate/Errors.h"
 #include "calibrate/support/CommandFixture.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 namespace calibrate {
 namespace {

@@ -1,8 +1,7 @@
 #include "calibrate/DeviceAddress.h"
+#include "calibrate/Errors.h"
 
 #include <gtest/gtest.h>
-
-#include "calibrate/Errors.h"
 
 namespace calibrate {
 namespace {
@@ -25,9 +24,8 @@ TEST(DeviceAddress, ReadsIPv6) {
 
 TEST(DeviceAddress, RefusesWhatIsNone) {
     for (const char* text : {"", ":5002", "host:", "host:0", "host:65536", "host:x", "host:50 02",
-                             "[::1", "[::1]x", "[]:1", "unix:/tmp/socket", "a b", "host/path"}) {
+                             "[::1", "[::1]x", "[]:1", "unix:/tmp/socket", "a b", "host/path"})
         EXPECT_THROW(DeviceAddress::parse(text), BadInput) << text;
-    }
 }
 
 }  // namespace

@@ -1,11 +1,10 @@
+#include "calibrate/Errors.h"
 #include "calibrate/FilterDesign.h"
+#include "calibrate/support/SoundFiles.h"
 
 #include <gmock/gmock.h>
 
 #include <cmath>
-
-#include "calibrate/Errors.h"
-#include "calibrate/support/SoundFiles.h"
 
 namespace calibrate {
 namespace {

@@ -1,14 +1,13 @@
+#include "calibrate/Errors.h"
 #include "calibrate/FilterFile.h"
+#include "calibrate/support/SoundFiles.h"
+#include "support/ScratchDirectory.h"
 
 #include <gmock/gmock.h>
 #include <sndfile.h>
 
 #include <cmath>
 #include <limits>
-
-#include "calibrate/Errors.h"
-#include "calibrate/support/SoundFiles.h"
-#include "support/ScratchDirectory.h"
 
 namespace calibrate {
 namespace {
@@ -72,9 +71,8 @@ TEST_F(FilterFileTest, OtherContainersAreReadWhateverTheCaseOfTheExtension) {
     writeSoundFile(path("a.aiff"), 48000, {{0.5, 0}}, SF_FORMAT_AIFF | SF_FORMAT_FLOAT);
     writeSoundFile(path("a.w64"), 48000, {{0.5, 0}}, SF_FORMAT_W64 | SF_FORMAT_FLOAT);
 
-    for (const char* name : {"a.FLAC", "a.aiff", "a.w64"}) {
+    for (const char* name : {"a.FLAC", "a.aiff", "a.w64"})
         EXPECT_NEAR(readFilterFile(path(name), {}).channels.at(0).at(0), 0.5, 1e-6) << name;
-    }
 }
 
 TEST_F(FilterFileTest, RawFloatsAreLittleEndianAndExact) {
@@ -194,9 +192,8 @@ TEST_F(FilterFileTest, AControlCharacterInANameDoesNotReachTheTerminal) {
 class FilterFileDataTest : public testing::Test {
 protected:
     void SetUp() override {
-        if (testData().empty()) {
+        if (testData().empty())
             GTEST_SKIP() << "no measured data here";
-        }
     }
 
     static FilterFile read(const std::string& name) {

@@ -1,11 +1,9 @@
+#include "calibrate/Errors.h"
 #include "calibrate/Info.h"
+#include "calibrate/support/CommandFixture.h"
 
 #include <gmock/gmock.h>
-
 #include <nlohmann/json.hpp>
-
-#include "calibrate/Errors.h"
-#include "calibrate/support/CommandFixture.h"
 
 namespace calibrate {
 namespace {
@@ -75,9 +73,8 @@ TEST_F(InfoTest, ShowsTheWholeTopologyAsJson) {
 
 TEST_F(InfoTest, WhatADeviceDoesNotOfferIsLeftOut) {
     for (const char* method : {"GetOperationMode", "GetSpeakerGainInfo", "GetMicGainInfo",
-                               "GetStimuliGainInfo", "GetStreamingInfo", "GetPinkNoiseInfo"}) {
+                               "GetStimuliGainInfo", "GetStreamingInfo", "GetPinkNoiseInfo"})
         device_.lack(method);
-    }
     const json all = infoJson();
     EXPECT_EQ(all["gain_ranges"]["speaker"], nullptr);
     EXPECT_EQ(all["streaming"], nullptr);

@@ -1,10 +1,10 @@
-#include <gmock/gmock.h>
-
-#include <csignal>
-
 #include "calibrate/Errors.h"
 #include "calibrate/support/CommandFixture.h"
 #include "support/Subprocess.h"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
 
 // The program itself: its signals, its streams and its exit code.
 

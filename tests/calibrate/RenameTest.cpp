@@ -1,11 +1,9 @@
+#include "calibrate/Errors.h"
 #include "calibrate/Rename.h"
+#include "calibrate/support/CommandFixture.h"
 
 #include <gmock/gmock.h>
-
 #include <nlohmann/json.hpp>
-
-#include "calibrate/Errors.h"
-#include "calibrate/support/CommandFixture.h"
 
 namespace calibrate {
 namespace {

@@ -1,4 +1,7 @@
+#include "calibrate/FilterFile.h"
+#include "calibrate/FrequencyResponse.h"
 #include "calibrate/Resample.h"
+#include "calibrate/support/SoundFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -6,10 +9,6 @@
 #include <cmath>
 #include <complex>
 #include <numbers>
-
-#include "calibrate/FilterFile.h"
-#include "calibrate/FrequencyResponse.h"
-#include "calibrate/support/SoundFiles.h"
 
 namespace calibrate {
 namespace {
@@ -174,23 +173,20 @@ TEST(Resample, BeyondTheBandNothingIsMuchLouderThanWithin) {
 }
 
 TEST(Resample, TheFiltersOfARealRoomKeepTheirResponse) {
-    if (testData().empty()) {
+    if (testData().empty())
         GTEST_SKIP() << "no measured data here";
-    }
     const auto file = readFilterFile(testData() / "filters/living-room-48k-1000.wav", {});
     const auto result =
         resample({{file.channels[0], 48000}, {file.channels[1], 48000}}, 44100, 1000, true);
-    for (std::size_t i = 0; i < 2; ++i) {
+    for (std::size_t i = 0; i < 2; ++i)
         EXPECT_LT(deviation(file.channels[i], 48000, result.taps[i], 44100, result.delay), 0.01);
-    }
     EXPECT_EQ(result.lostEnergy, 0);
 }
 
 TEST(FrequencyResponse, AgreesWithItsDefinition) {
     const Taps filter = decayingFilter(50, 2);
-    for (const double cycles : {0.0, 0.01, 0.25, 0.5}) {
+    for (const double cycles : {0.0, 0.01, 0.25, 0.5})
         EXPECT_NEAR(std::abs(responseAt(filter, cycles) - response(filter, 1, cycles)), 0, 1e-12);
-    }
 }
 
 TEST(FrequencyResponse, FindsTheLargestGain) {

@@ -1,10 +1,9 @@
-#include "calibrate/SpeakerMapping.h"
-
-#include <gmock/gmock.h>
-
 #include "calibrate/Errors.h"
+#include "calibrate/SpeakerMapping.h"
 #include "calibrate/support/SoundFiles.h"
 #include "support/ScratchDirectory.h"
+
+#include <gmock/gmock.h>
 
 namespace calibrate {
 namespace {
@@ -146,9 +145,8 @@ TEST(SpeakerArgument, AFileWhoseNameEndsLikeAChannelIsFound) {
 }
 
 TEST(SpeakerArgument, WithoutASpeakerOrAFileIsRefused) {
-    for (const char* text : {"a.wav", "=a.wav", "left=", ""}) {
+    for (const char* text : {"a.wav", "=a.wav", "left=", ""})
         EXPECT_THAT(refusal([&] { parseSpeakerArgument(text); }), HasSubstr("SPEAKER=FILE"));
-    }
 }
 
 }  // namespace

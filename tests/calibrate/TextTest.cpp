@@ -1,10 +1,9 @@
 #include "calibrate/Text.h"
+#include "calibrate/TextTable.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
-
-#include "calibrate/TextTable.h"
 
 namespace calibrate {
 namespace {

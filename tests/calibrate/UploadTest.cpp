@@ -1,13 +1,12 @@
+#include "calibrate/Errors.h"
 #include "calibrate/Upload.h"
+#include "calibrate/support/CommandFixture.h"
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include <chrono>
-#include <nlohmann/json.hpp>
 #include <thread>
-
-#include "calibrate/Errors.h"
-#include "calibrate/support/CommandFixture.h"
 
 namespace calibrate {
 namespace {
@@ -327,31 +326,27 @@ TEST_F(UploadTest, AnInterruptionWhileTheDeviceStoresIsNotCalledOneWayOrTheOther
 }
 
 TEST_F(UploadTest, TheFiltersOfARealRoomArriveExactly) {
-    if (testData().empty()) {
+    if (testData().empty())
         GTEST_SKIP() << "no measured data here";
-    }
     const auto filters = testData() / "filters";
     const auto file = readFilterFile(filters / "living-room-48k-1000.wav", {});
     ASSERT_EQ(upload({(filters / "living-room-48k-1000.wav").string()}), kExitOk) << errors();
-    for (unsigned i = 0; i < 2; ++i) {
+    for (unsigned i = 0; i < 2; ++i)
         EXPECT_EQ(taps(i, 0), std::vector<float>(file.channels[i].begin(), file.channels[i].end()));
-    }
     EXPECT_THAT(errors(), Not(HasSubstr("warning")));
 
     const auto low = readFilterFile(filters / "living-room-44k1-919.wav", {});
     ASSERT_EQ(upload({(filters / "living-room-44k1-919.wav").string()}), kExitOk) << errors();
-    for (unsigned i = 0; i < 2; ++i) {
+    for (unsigned i = 0; i < 2; ++i)
         EXPECT_EQ(taps(i, 1), std::vector<float>(low.channels[i].begin(), low.channels[i].end()));
-    }
 
     ASSERT_EQ(upload({(filters / "short-48k-3.wav").string()}), kExitOk) << errors();
     EXPECT_EQ(taps(0, 0).size(), 3U);
 }
 
 TEST_F(UploadTest, ARealFilterThatIsTooLongIsRefused) {
-    if (testData().empty()) {
+    if (testData().empty())
         GTEST_SKIP() << "no measured data here";
-    }
     expectRefusedBeforeTransfer({(testData() / "filters/too-long-48k-65536.wav").string()},
                                 "65536 taps at 48 kHz, but the device holds 1000");
 }

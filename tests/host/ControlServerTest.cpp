@@ -1,5 +1,4 @@
 #include "host/ControlServer.h"
-
 #include "host/TestDevice.h"
 #include "host/WorkerThread.h"
 #include "platform/Platform.h"
@@ -12,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <grpcpp/create_channel.h>
 #include <gtest/gtest.h>
+
 #include <sys/stat.h>
 
 #include <chrono>

@@ -1,9 +1,9 @@
 #include "host/ControlSocket.h"
-
 #include "support/ScratchDirectory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>

@@ -1,5 +1,4 @@
 #include "host/DescriptionFile.h"
-
 #include "host/PlainName.h"
 #include "support/ScratchDirectory.h"
 

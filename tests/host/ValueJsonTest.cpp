@@ -1,6 +1,5 @@
-#include "host/ValueJson.h"
-
 #include "host/PlainName.h"
+#include "host/ValueJson.h"
 #include "sdk/records/VeskPlayerRecords.h"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,5 @@
-#include "host/WorkerThread.h"
-
 #include "host/TestDevice.h"
+#include "host/WorkerThread.h"
 #include "platform/Platform.h"
 #include "platform/cm/Tree.h"
 #include "support/ScratchDirectory.h"

@@ -1,5 +1,4 @@
 #include "platform/Platform.h"
-
 #include "platform/PlatformPaths.h"
 #include "platform/cm/Tree.h"
 #include "sdk/cm/CMAbstractWorker.h"
@@ -11,7 +10,6 @@
 
 #include <QMetaType>
 #include <QTemporaryDir>
-
 #include <gmock/gmock.h>
 
 #include <stdexcept>

@@ -1,7 +1,13 @@
 // A room as a sound card: pacing, xruns, polling, stopping, errors.
 
+#include "roomsim/AlsaPcm.h"
+#include "roomsim/MonotonicClock.h"
+#include "roomsim/SharedRoom.h"
+#include "support/Eventually.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
 #include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -11,11 +17,6 @@
 #include <fstream>
 #include <future>
 #include <thread>
-
-#include "roomsim/AlsaPcm.h"
-#include "roomsim/MonotonicClock.h"
-#include "roomsim/SharedRoom.h"
-#include "support/Eventually.h"
 
 namespace {
 

@@ -1,5 +1,7 @@
 #include "roomsim/AlsaPcm.h"
 
+#include "roomsim/AlsaConfiguration.h"
+
 #include <poll.h>
 
 #include <algorithm>
@@ -10,8 +12,6 @@
 #include <fstream>
 #include <mutex>
 #include <stdexcept>
-
-#include "roomsim/AlsaConfiguration.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "roomsim/RoomFiles.h"
+
 #include <alsa/asoundlib.h>
 
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "roomsim/RoomFiles.h"
 
 /// Makes alsa-lib see a room as the PCM "room", for as long as it lives.
 class AlsaRoom {

@@ -1,19 +1,20 @@
 // A room whose streams are in two processes, and what becomes of it when one is killed.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-
-#include <cmath>
-#include <cstdlib>
-#include <fstream>
-
 #include "roomsim/AlsaPcm.h"
 #include "roomsim/ImpulseResponses.h"
 #include "roomsim/SharedRoom.h"
 #include "roomsim/WavFile.h"
 #include "support/Eventually.h"
 #include "support/Subprocess.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
 
 namespace {
 

@@ -1,13 +1,13 @@
 // What a room records of what is played in it, through alsa-lib, with both streams in this process.
 
+#include "roomsim/AlsaPcm.h"
+#include "roomsim/SharedRoom.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <future>
-
-#include "roomsim/AlsaPcm.h"
-#include "roomsim/SharedRoom.h"
 
 namespace {
 

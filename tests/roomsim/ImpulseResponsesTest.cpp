@@ -1,4 +1,6 @@
 #include "roomsim/ImpulseResponses.h"
+#include "roomsim/RoomError.h"
+#include "roomsim/RoomFiles.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,9 +8,6 @@
 #include <cmath>
 #include <complex>
 #include <numbers>
-
-#include "roomsim/RoomError.h"
-#include "roomsim/RoomFiles.h"
 
 namespace roomsim {
 namespace {

@@ -1,12 +1,11 @@
 #include "roomsim/MicrophoneSignal.h"
+#include "roomsim/Signals.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <numbers>
-
-#include "roomsim/Signals.h"
 
 namespace roomsim {
 namespace {

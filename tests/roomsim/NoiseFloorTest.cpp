@@ -1,12 +1,11 @@
 #include "roomsim/NoiseFloor.h"
+#include "roomsim/Signals.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <numeric>
-
-#include "roomsim/Signals.h"
 
 namespace roomsim {
 namespace {

@@ -1,10 +1,9 @@
 #include "roomsim/PartitionedConvolver.h"
+#include "roomsim/Signals.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-
-#include "roomsim/Signals.h"
 
 namespace roomsim {
 namespace {

@@ -1,13 +1,12 @@
 #include "roomsim/RoomDescription.h"
+#include "roomsim/RoomError.h"
+#include "roomsim/RoomFiles.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <functional>
-
-#include "roomsim/RoomError.h"
-#include "roomsim/RoomFiles.h"
 
 namespace roomsim {
 namespace {

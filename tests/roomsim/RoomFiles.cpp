@@ -1,8 +1,8 @@
 #include "roomsim/RoomFiles.h"
 
-#include <fstream>
-
 #include "roomsim/WavFile.h"
+
+#include <fstream>
 
 namespace {
 

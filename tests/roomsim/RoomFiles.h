@@ -1,11 +1,12 @@
 #pragma once
 
-#include <filesystem>
-#include <nlohmann/json.hpp>
-#include <string>
-
 #include "roomsim/Signals.h"
 #include "support/ScratchDirectory.h"
+
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <string>
 
 /// A directory with a room's file and what belongs to it.
 class RoomFiles {

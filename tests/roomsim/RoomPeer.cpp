@@ -6,14 +6,14 @@
 //   room_peer hold-playback CHANNELS       plays silence until it is killed
 //   room_peer hold-recording               records until it is killed
 
+#include "roomsim/AlsaPcm.h"
+
 #include <fstream>
 #include <functional>
 #include <iostream>
 #include <map>
 #include <string>
 #include <vector>
-
-#include "roomsim/AlsaPcm.h"
 
 namespace {
 

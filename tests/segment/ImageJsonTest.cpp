@@ -1,5 +1,4 @@
 #include "segment/ImageJson.h"
-
 #include "segment/ImageText.h"
 
 #include <gtest/gtest.h>

@@ -1,10 +1,10 @@
-#include "segment/SegmentReader.h"
-
 #include "sdk/services/SharedLock.h"
+#include "segment/SegmentReader.h"
 #include "segment/TestSegment.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
 #include <sys/sem.h>
 #include <sys/shm.h>
 

@@ -1,5 +1,4 @@
 #include "segment/SegmentWatch.h"
-
 #include "segment/TestSegment.h"
 
 #include <gtest/gtest.h>

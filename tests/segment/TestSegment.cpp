@@ -1,6 +1,7 @@
 #include "segment/TestSegment.h"
 
 #include <gtest/gtest.h>
+
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>

@@ -12,11 +12,10 @@
 #include "support/ScratchDirectory.h"
 #include "support/WorkerThread.h"
 
-#include <endpoint.grpc.pb.h>
-#include <gtest/gtest.h>
-
 #include <QList>
 #include <QStringList>
+#include <endpoint.grpc.pb.h>
+#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <functional>

@@ -4,8 +4,9 @@
 
 #ifdef __SANITIZE_THREAD__
 
-#include <dlfcn.h>
 #include <sanitizer/tsan_interface.h>
+
+#include <dlfcn.h>
 
 // Declared in a header of Qt that is not installed with it.
 struct QSignalSpyCallbackSet {

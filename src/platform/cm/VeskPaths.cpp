@@ -99,3 +99,15 @@ CMPath VeskPlayerVolumeMapPath() {
 CMPath VeskPowerManagerModuleRegisterPath() {
     return CMPath(QStringLiteral("powerManager/registerModule"));
 }
+
+CMPath VeskPowerManagerResourceRequestPath() {
+    return CMPath(QStringLiteral("powerManager/requestResource"));
+}
+
+CMPath VeskStreamerDefaultPrefixPath() {
+    return CMPath(QStringLiteral("streamer/default"));
+}
+
+CMPath VeskStreamerAttributesDisableSubMix() {
+    return CMPath(QStringLiteral("attributes/disableSubMix"));
+}

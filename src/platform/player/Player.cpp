@@ -40,6 +40,17 @@ CMPath Player::dataPath() const {
     return playerDataPath();
 }
 
+void Player::play(const VeskRoles& roles, bool /*enqueue*/) {
+    VeskPlayLogicData playing;
+    playing.setState(VeskPlayLogicState::Transitioning);
+    playing.setMediaRoles(roles);
+    tree_->write(dataPath(), VeskValue(playing.hash()), {});
+}
+
+VeskPlayLogicData Player::data() const {
+    return VeskPlayLogicData(tree_->read(dataPath()).value_or(VeskValue()).hash());
+}
+
 void Player::stop(VeskPlayLogicStopReason::Enum /*reason*/) {
     VeskPlayLogicData stopped;
     stopped.setState(VeskPlayLogicState::Stopped);

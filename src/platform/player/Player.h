@@ -20,6 +20,9 @@ public:
 
     CMPath dataPath() const override;
 
+    void play(const VeskRoles& roles, bool enqueue) override;
+    VeskPlayLogicData data() const override;
+
     /// From then on no source is shown.
     void stop(VeskPlayLogicStopReason::Enum reason) override;
 

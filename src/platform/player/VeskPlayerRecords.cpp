@@ -13,7 +13,3 @@ const char* VeskPlayLogicState::toString(Enum state) {
     }
     return "Unknown";
 }
-
-QString VeskService_Dirac_Id() {
-    return QStringLiteral("dirac");
-}

@@ -34,3 +34,8 @@ CMPath VeskSystemManufacturerRoonPath();              ///< string
 CMPath VeskNetworkStateEthernetMAC();                 ///< string, "aa:bb:cc:dd:ee:ff"
 CMPath VeskPlayerVolumeMapPath();                     ///< list of double, dB, quietest first
 CMPath VeskPowerManagerModuleRegisterPath();          ///< action
+CMPath VeskPowerManagerResourceRequestPath();         ///< action
+
+// The streamer, which carries audio from the player to the speakers.
+CMPath VeskStreamerDefaultPrefixPath();        ///< the streamer of the device's own outputs
+CMPath VeskStreamerAttributesDisableSubMix();  ///< action below the prefix, bool: no mixing in

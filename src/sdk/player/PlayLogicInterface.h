@@ -15,5 +15,12 @@ public:
     /// Where the tree shows what the player does (VeskPlayLogicData); watchers see each transition.
     virtual CMPath dataPath() const = 0;
 
+    /// Starts the source that `roles` describes in the place of what plays now. `enqueue`: after
+    /// it.
+    virtual void play(const VeskRoles& roles, bool enqueue) = 0;
+
+    /// What the player does at this moment.
+    virtual VeskPlayLogicData data() const = 0;
+
     virtual void stop(VeskPlayLogicStopReason::Enum reason) = 0;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "sdk/cm/CMPath.h"
+#include "sdk/records/VeskMediaData.h"
 #include "sdk/records/VeskValue.h"
 #include "sdk/services/TrString.h"
 
@@ -8,9 +9,10 @@
 class VeskRoles : public VeskHash {
 public:
     using VeskHash::VeskHash;
-    VESK_FIELD(int, type, Type)
+    VESK_FIELD(int, type, Type)  // 3: audio
     VESK_FIELD(TrString, title, Title)
     VESK_FIELD(VeskValue, value, Value)
+    VESK_FIELD(VeskMediaData, mediaData, MediaData)  // what to play
 };
 
 /// How a user interface edits a node's value.

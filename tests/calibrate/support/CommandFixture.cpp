@@ -1,8 +1,8 @@
 #include "calibrate/support/CommandFixture.h"
 
-#include <unistd.h>
-
 #include "calibrate/CommandLine.h"
+
+#include <unistd.h>
 
 namespace {
 
@@ -11,9 +11,8 @@ class Input {
 public:
     explicit Input(const std::string& text) {
         if (pipe(ends_) != 0 ||
-            write(ends_[1], text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+            write(ends_[1], text.data(), text.size()) != static_cast<ssize_t>(text.size()))
             throw std::runtime_error("no pipe for the input");
-        }
     }
     ~Input() {
         close(ends_[0]);

@@ -1,5 +1,9 @@
 #pragma once
 
+#include "calibrate/support/EndpointDouble.h"
+#include "calibrate/support/SoundFiles.h"
+#include "support/ScratchDirectory.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,10 +11,6 @@
 #include <stop_token>
 #include <string>
 #include <vector>
-
-#include "calibrate/support/EndpointDouble.h"
-#include "calibrate/support/SoundFiles.h"
-#include "support/ScratchDirectory.h"
 
 /// A device, a directory for files, and the command that is run against them.
 class CommandFixture : public testing::Test {

@@ -55,9 +55,8 @@ EndpointDouble::EndpointDouble() : variants{fiirInfo(0, 48000), fiirInfo(1, 4410
     builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(), &port);
     builder.RegisterService(this);
     server_ = builder.BuildAndStart();
-    if (!server_) {
+    if (!server_)
         throw std::runtime_error("the endpoint double found no free port");
-    }
     address_ = "127.0.0.1:" + std::to_string(port);
 }
 
@@ -94,9 +93,8 @@ void EndpointDouble::hold(const std::string& method) {
 
 void EndpointDouble::awaitHeld() {
     std::unique_lock lock(mutex_);
-    if (!changed_.wait_for(lock, std::chrono::seconds(30), [this] { return holding_; })) {
+    if (!changed_.wait_for(lock, std::chrono::seconds(30), [this] { return holding_; }))
         throw std::runtime_error("the method that is to be held was not called");
-    }
 }
 
 void EndpointDouble::release() {
@@ -155,13 +153,11 @@ grpc::Status EndpointDouble::enter(const std::string& method) {
     std::unique_lock lock(mutex_);
     const auto before = std::count(calls_.begin(), calls_.end(), method);
     calls_.push_back(method);
-    if (lacking_.count(method) > 0) {
+    if (lacking_.count(method) > 0)
         return {grpc::StatusCode::UNIMPLEMENTED, ""};
-    }
     const auto fault = faults_.find(method);
-    if (fault != faults_.end() && fault->second.callsBefore == before) {
+    if (fault != faults_.end() && fault->second.callsBefore == before)
         return fault->second.status;
-    }
     if (held_.count(method) > 0) {
         holding_ = true;
         changed_.notify_all();
@@ -182,18 +178,16 @@ grpc::Status EndpointDouble::GetDeviceInfo(Context*, const Void*, DeviceInfo* re
 
 grpc::Status EndpointDouble::GetMicInfo(Context*, const Index* request, MicInfo* reply) {
     ENTER("GetMicInfo");
-    if (!isIndexOf(request->value(), microphones)) {
+    if (!isIndexOf(request->value(), microphones))
         return invalid("Index out of bounds");
-    }
     reply->set_name(microphones[static_cast<std::size_t>(request->value())]);
     return kOk;
 }
 
 grpc::Status EndpointDouble::GetSpeakerInfo(Context*, const Index* request, SpeakerInfo* reply) {
     ENTER("GetSpeakerInfo");
-    if (!isIndexOf(request->value(), speakers)) {
+    if (!isIndexOf(request->value(), speakers))
         return invalid("Index must be less then number of speakers.");
-    }
     *reply = speakers[static_cast<std::size_t>(request->value())];
     return kOk;
 }
@@ -208,9 +202,8 @@ grpc::Status EndpointDouble::GetStimuliInfo(Context*, const Void*, StimuliInfo* 
 grpc::Status EndpointDouble::GetPinkNoiseInfo(Context*, const VariantId* request,
                                               PinkNoiseInfo* reply) {
     ENTER("GetPinkNoiseInfo");
-    if (request->id() != 0) {
+    if (request->id() != 0)
         return invalid("Invalid variant id.");
-    }
     reply->set_sample_rate(48000);
     return kOk;
 }
@@ -218,9 +211,8 @@ grpc::Status EndpointDouble::GetPinkNoiseInfo(Context*, const VariantId* request
 grpc::Status EndpointDouble::GetLogSweepInfo(Context*, const VariantId* request,
                                              LogSweepInfo* reply) {
     ENTER("GetLogSweepInfo");
-    if (request->id() < 0 || request->id() >= kVariants) {
+    if (request->id() < 0 || request->id() >= kVariants)
         return invalid("Invalid variant id.");
-    }
     const bool full = request->id() == 0;
     reply->set_variant(static_cast<unsigned>(request->id()));
     reply->set_sample_rate(48000);
@@ -235,9 +227,8 @@ grpc::Status EndpointDouble::GetLogSweepInfo(Context*, const VariantId* request,
 
 grpc::Status EndpointDouble::GetSlotInfo(Context*, const Index* request, SlotInfo* reply) {
     ENTER("GetSlotInfo");
-    if (request->value() < 0 || static_cast<unsigned>(request->value()) >= device.num_slots()) {
+    if (request->value() < 0 || static_cast<unsigned>(request->value()) >= device.num_slots())
         return invalid("index out of range");
-    }
     const std::lock_guard lock(mutex_);
     if (const auto found = stored_.find(request->value()); found != stored_.end()) {
         *reply = found->second.info;
@@ -249,9 +240,8 @@ grpc::Status EndpointDouble::GetSlotInfo(Context*, const Index* request, SlotInf
 
 grpc::Status EndpointDouble::GetSectionInfo(Context*, const Index* request, SectionInfo* reply) {
     ENTER("GetSectionInfo");
-    if (request->value() < 0 || request->value() > 5) {
+    if (request->value() < 0 || request->value() > 5)
         return invalid("Section index out of range");
-    }
     reply->set_section(static_cast<unsigned>(request->value()));
     reply->set_num_inputs(static_cast<unsigned>(speakers.size()));
     reply->set_num_outputs(static_cast<unsigned>(speakers.size()));
@@ -266,26 +256,23 @@ grpc::Status EndpointDouble::GetCellInfo(Context*, const CellIndex* request, Cel
     reply->set_kind(section == 5                   ? FILTER_KIND_FIIR
                     : section == 2 || section == 4 ? FILTER_KIND_DELAY_GAIN
                                                    : FILTER_KIND_IIR);
-    for (unsigned i = 0; i < variants.size(); ++i) {
+    for (unsigned i = 0; i < variants.size(); ++i)
         reply->add_variants(i);
-    }
     return kOk;
 }
 
 grpc::Status EndpointDouble::GetFIIRInfo(Context*, const VariantId* request, FIIRInfo* reply) {
     ENTER("GetFIIRInfo");
-    if (!isIndexOf(request->id(), variants)) {
+    if (!isIndexOf(request->id(), variants))
         return invalid("variant out of range");
-    }
     *reply = variants[static_cast<std::size_t>(request->id())];
     return kOk;
 }
 
 grpc::Status EndpointDouble::GetIIRInfo(Context*, const VariantId* request, IIRInfo* reply) {
     ENTER("GetIIRInfo");
-    if (!isIndexOf(request->id(), variants)) {
+    if (!isIndexOf(request->id(), variants))
         return invalid("variant out of range");
-    }
     reply->set_variant(static_cast<unsigned>(request->id()));
     reply->set_sample_rate(variants[static_cast<std::size_t>(request->id())].sample_rate());
     reply->set_max_biquads(6);
@@ -295,9 +282,8 @@ grpc::Status EndpointDouble::GetIIRInfo(Context*, const VariantId* request, IIRI
 grpc::Status EndpointDouble::GetDelayGainInfo(Context*, const VariantId* request,
                                               DelayGainInfo* reply) {
     ENTER("GetDelayGainInfo");
-    if (!isIndexOf(request->id(), variants)) {
+    if (!isIndexOf(request->id(), variants))
         return invalid("variant out of range");
-    }
     reply->set_variant(static_cast<unsigned>(request->id()));
     reply->set_sample_rate(variants[static_cast<std::size_t>(request->id())].sample_rate());
     reply->set_max_delay(150);
@@ -369,9 +355,8 @@ grpc::Status EndpointDouble::BeginFilterTransfer(Context*, const SlotInfo* reque
 grpc::Status EndpointDouble::SetTransferCell(Context*, const CellIndex* request, Void*) {
     ENTER("SetTransferCell");
     if (request->section() != 5 || request->input_channel() != request->output_channel() ||
-        request->input_channel() >= speakers.size()) {
+        request->input_channel() >= speakers.size())
         return invalid("Input channel index out of range");
-    }
     const std::lock_guard lock(mutex_);
     transferCell_ = request->input_channel();
     return kOk;
@@ -389,9 +374,8 @@ grpc::Status EndpointDouble::EndFilterTransfer(Context*, const Index* request,
                                                Writer<Progress>* writer) {
     ENTER("EndFilterTransfer");
     const std::lock_guard lock(mutex_);
-    if (request->value() != transfer_.info.slot()) {
+    if (request->value() != transfer_.info.slot())
         return invalid("wrong slot index");
-    }
     for (const float value : {0.1F, 0.5F, 0.9F, 1.0F}) {
         Progress progress;
         progress.set_value(value);
@@ -417,9 +401,8 @@ grpc::Status EndpointDouble::DeleteSlot(Context*, const Index* request, Void*) {
     ENTER("DeleteSlot");
     const std::lock_guard lock(mutex_);
     stored_.erase(request->value());
-    if (activeSlot_ == request->value()) {
+    if (activeSlot_ == request->value())
         activeSlot_ = -1;
-    }
     return kOk;
 }
 

@@ -20,16 +20,14 @@ void writeSoundFile(const std::filesystem::path& path, int sampleRate, const Sam
     info.format = format;
     const std::unique_ptr<SNDFILE, decltype(&sf_close)> file(
         sf_open(path.c_str(), SFM_WRITE, &info), &sf_close);
-    if (!file) {
+    if (!file)
         throw std::runtime_error(path.string() + ": " + sf_strerror(nullptr));
-    }
     std::vector<double> frame(channels.size());
     for (std::size_t i = 0; i < channels.front().size(); ++i) {
         std::transform(channels.begin(), channels.end(), frame.begin(),
                        [i](const auto& channel) { return channel[i]; });
-        if (sf_writef_double(file.get(), frame.data(), 1) != 1) {
+        if (sf_writef_double(file.get(), frame.data(), 1) != 1)
             throw std::runtime_error(path.string() + ": " + sf_strerror(file.get()));
-        }
     }
 }
 
@@ -45,9 +43,8 @@ void writeRaw(const std::filesystem::path& path, const std::vector<float>& sampl
     std::string bytes;
     for (const float sample : samples) {
         const auto bits = std::bit_cast<std::uint32_t>(sample);
-        for (unsigned i = 0; i < 4; ++i) {
+        for (unsigned i = 0; i < 4; ++i)
             bytes += static_cast<char>(bits >> (8 * i));
-        }
     }
     writeText(path, bytes);
 }

@@ -1,10 +1,9 @@
+#include "PlatformStandIns.h"
 #include "modules/dirac/RpcHandler.h"
 #include "sdk/cm/VeskPaths.h"
 #include "support/DeviceFixture.h"
 
 #include <gmock/gmock.h>
-
-#include "PlatformStandIns.h"
 
 using stand_ins::state;
 using testing::ElementsAre;

@@ -1,9 +1,8 @@
 #include "sdk/cm/VeskPaths.h"
 #include "support/DeviceFixture.h"
 
-#include <gmock/gmock.h>
-
 #include <QDateTime>
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <fstream>

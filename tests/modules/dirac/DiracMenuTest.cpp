@@ -1,9 +1,8 @@
 #include "sdk/cm/VeskPaths.h"
 #include "support/DeviceFixture.h"
 
-#include <gmock/gmock.h>
-
 #include <QRegularExpression>
+#include <gmock/gmock.h>
 
 #include <thread>
 

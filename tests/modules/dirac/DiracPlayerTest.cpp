@@ -18,7 +18,7 @@ protected:
         metaData.setServiceID(service);
         VeskMediaData mediaData;
         mediaData.setMetaData(metaData);
-        VeskMediaRoles roles;
+        VeskRoles roles;
         roles.setMediaData(mediaData);
         VeskPlayLogicData data;
         data.setState(state);

@@ -3,12 +3,12 @@
 #include "sdk/cm/VeskPaths.h"
 #include "support/DeviceFixture.h"
 
+#include <gmock/gmock.h>
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <system_error>

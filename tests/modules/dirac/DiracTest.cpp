@@ -1,14 +1,12 @@
 #include "modules/dirac/Dirac.h"
-
 #include "platform/PlatformPaths.h"
 #include "platform/services/PowerManager.h"
 #include "sdk/cm/VeskPaths.h"
 #include "sdk/records/VeskPowerManagerRecords.h"
 #include "support/DeviceFixture.h"
 
-#include <gmock/gmock.h>
-
 #include <QMetaMethod>
+#include <gmock/gmock.h>
 
 #include <string>
 #include <vector>

@@ -1,11 +1,11 @@
 #include "modules/dirac/FilterFilePrecache.h"
-
 #include "modules/dirac/OrdinaryUser.h"
 #include "platform/services/ForkedProcess.h"
 #include "support/LogCapture.h"
 #include "support/ScratchDirectory.h"
 
 #include <gmock/gmock.h>
+
 #include <sys/resource.h>
 
 #include <algorithm>

@@ -1,9 +1,9 @@
 #include "modules/dirac/FilterSegment.h"
-
 #include "modules/dirac/OrdinaryUser.h"
 #include "platform/services/ScratchKey.h"
 
 #include <gmock/gmock.h>
+
 #include <sys/ipc.h>
 #include <sys/mman.h>
 #include <sys/shm.h>

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+
 #include <unistd.h>
 
 /// While it exists, permissions count even when the tests run as root.

@@ -1,5 +1,4 @@
 #include "modules/dirac/RpcHandler.h"
-
 #include "sdk/cm/VeskPaths.h"
 #include "support/DeviceFixture.h"
 

@@ -1,5 +1,4 @@
 #include "modules/dirac/ScopedTrace.h"
-
 #include "support/LogCapture.h"
 
 #include <gmock/gmock.h>

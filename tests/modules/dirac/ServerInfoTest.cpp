@@ -1,5 +1,4 @@
 #include "modules/dirac/ServerInfo.h"
-
 #include "platform/Platform.h"
 
 #include <gmock/gmock.h>

@@ -1,16 +1,14 @@
+#include "TestWorker.h"
 #include "platform/cm/CurrentTree.h"
 #include "sdk/cm/CMInitWatcher.h"
 #include "sdk/cm/CMNode.h"
 #include "support/WaitFor.h"
 
 #include <QThread>
-
 #include <gmock/gmock.h>
 
 #include <stdexcept>
 #include <thread>
-
-#include "TestWorker.h"
 
 using platform::CurrentTree;
 using platform::NodeKind;

@@ -1,7 +1,6 @@
 #include "platform/cm/SettingsCodec.h"
 
 #include <QUrl>
-
 #include <gmock/gmock.h>
 
 #include <cmath>

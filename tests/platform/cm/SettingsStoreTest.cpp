@@ -1,15 +1,14 @@
-#include "platform/cm/SettingsStore.h"
-
 #include "platform/cm/SettingsCodec.h"
+#include "platform/cm/SettingsStore.h"
 #include "support/LogCapture.h"
 
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QUrl>
-
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <gmock/gmock.h>
+
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>

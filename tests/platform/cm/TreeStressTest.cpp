@@ -1,19 +1,17 @@
 // Many threads at once on one tree. The assertions are about order and completeness; data races
 // are found by running these tests under the thread sanitizer.
 
+#include "TestWorker.h"
 #include "platform/cm/CurrentTree.h"
 #include "sdk/cm/CMInitWatcher.h"
 #include "sdk/cm/CMNode.h"
 #include "support/WaitFor.h"
 
 #include <QThread>
-
 #include <gmock/gmock.h>
 
 #include <atomic>
 #include <thread>
-
-#include "TestWorker.h"
 
 using platform::Change;
 using platform::CurrentTree;

@@ -1,6 +1,6 @@
-#include "platform/cm/Tree.h"
-
+#include "TestWorker.h"
 #include "platform/cm/CurrentTree.h"
+#include "platform/cm/Tree.h"
 #include "sdk/cm/CMNode.h"
 #include "support/LogCapture.h"
 #include "support/WaitFor.h"
@@ -12,8 +12,6 @@
 #include <future>
 #include <stdexcept>
 #include <thread>
-
-#include "TestWorker.h"
 
 using platform::Change;
 using platform::CurrentTree;

@@ -1,13 +1,11 @@
+#include "TestWorker.h"
 #include "platform/cm/CurrentTree.h"
 #include "sdk/cm/CMInitWatcher.h"
 #include "sdk/cm/CMNode.h"
 #include "support/WaitFor.h"
 
 #include <QThread>
-
 #include <gmock/gmock.h>
-
-#include "TestWorker.h"
 
 using platform::CurrentTree;
 using platform::Tree;

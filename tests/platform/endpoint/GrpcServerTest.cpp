@@ -1,6 +1,5 @@
-#include "platform/endpoint/GrpcServer.h"
-
 #include "platform/endpoint/FreezableRelay.h"
+#include "platform/endpoint/GrpcServer.h"
 #include "platform/endpoint/LocalSocket.h"
 #include "platform/endpoint/RawCall.h"
 #include "platform/endpoint/StreamingClient.h"

@@ -1,11 +1,10 @@
-#include "sdk/endpoint/Server.h"
-
 #include "platform/Platform.h"
 #include "platform/PlatformPaths.h"
 #include "platform/endpoint/LocalSocket.h"
 #include "platform/endpoint/StreamingClient.h"
 #include "platform/endpoint/StreamingService.h"
 #include "sdk/cm/CMAbstractWorker.h"
+#include "sdk/endpoint/Server.h"
 #include "support/LogCapture.h"
 
 #include <gmock/gmock.h>

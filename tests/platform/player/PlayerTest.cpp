@@ -1,7 +1,6 @@
-#include "platform/player/Player.h"
-
 #include "platform/Platform.h"
 #include "platform/PlatformPaths.h"
+#include "platform/player/Player.h"
 #include "sdk/cm/CMAbstractWorker.h"
 #include "sdk/cm/CMInitWatcher.h"
 #include "support/WaitFor.h"
@@ -30,7 +29,7 @@ protected:
         metaData.setServiceID(service);
         VeskMediaData mediaData;
         mediaData.setMetaData(metaData);
-        VeskMediaRoles roles;
+        VeskRoles roles;
         roles.setMediaData(mediaData);
         VeskPlayLogicData playing;
         playing.setState(VeskPlayLogicState::Playing);

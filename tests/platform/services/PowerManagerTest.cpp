@@ -1,8 +1,7 @@
-#include "platform/services/PowerManager.h"
-
 #include "platform/Platform.h"
 #include "platform/PlatformPaths.h"
 #include "platform/cm/Tree.h"
+#include "platform/services/PowerManager.h"
 #include "sdk/cm/CMAbstractWorker.h"
 #include "sdk/cm/VeskPaths.h"
 #include "sdk/records/VeskPowerManagerRecords.h"

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+
 #include <sys/ipc.h>
 #include <sys/sem.h>
 

@@ -1,8 +1,7 @@
-#include "sdk/services/SharedLock.h"
-
 #include "platform/services/ForkedProcess.h"
 #include "platform/services/ScratchKey.h"
 #include "platform/services/SystemVLock.h"
+#include "sdk/services/SharedLock.h"
 
 #include <gtest/gtest.h>
 

@@ -1,13 +1,11 @@
-#include "sdk/services/SystemAttenuationProxy.h"
-
 #include "platform/Platform.h"
 #include "platform/PlatformPaths.h"
 #include "sdk/cm/CMAbstractWorker.h"
+#include "sdk/services/SystemAttenuationProxy.h"
 #include "support/LogCapture.h"
 #include "support/WaitFor.h"
 
 #include <QThread>
-
 #include <gmock/gmock.h>
 
 #include <atomic>

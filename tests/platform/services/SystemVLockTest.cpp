@@ -1,9 +1,9 @@
-#include "platform/services/SystemVLock.h"
-
 #include "platform/services/ForkedProcess.h"
 #include "platform/services/ScratchKey.h"
+#include "platform/services/SystemVLock.h"
 
 #include <gtest/gtest.h>
+
 #include <sched.h>
 #include <unistd.h>
 

@@ -102,7 +102,7 @@ TEST(RecordsTest, NestedRecordsComeBack) {
     metaData.setServiceID(QStringLiteral("radio"));
     VeskMediaData mediaData;
     mediaData.setMetaData(metaData);
-    VeskMediaRoles roles;
+    VeskRoles roles;
     roles.setMediaData(mediaData);
     VeskPlayLogicData data;
     data.setMediaRoles(roles);

@@ -1,5 +1,4 @@
 #include "modules/dirac/common/BassControlFilterCoefficients.h"
-
 #include "modules/dirac/common/Biquads.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,5 @@
-#include "modules/dirac/common/FilterCoefficients.h"
-
 #include "modules/dirac/common/Biquads.h"
+#include "modules/dirac/common/FilterCoefficients.h"
 
 #include <gtest/gtest.h>
 

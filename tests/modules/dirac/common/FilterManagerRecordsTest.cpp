@@ -1,6 +1,5 @@
-#include "modules/dirac/common/FilterManagerRecords.h"
-
 #include "modules/dirac/common/Biquads.h"
+#include "modules/dirac/common/FilterManagerRecords.h"
 
 #include <gtest/gtest.h>
 

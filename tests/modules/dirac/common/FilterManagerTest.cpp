@@ -1,6 +1,5 @@
-#include "modules/dirac/common/FilterManager.h"
-
 #include "modules/dirac/common/Biquads.h"
+#include "modules/dirac/common/FilterManager.h"
 #include "modules/dirac/common/FilterManagerFixture.h"
 #include "modules/dirac/common/FilterManagerRecords.h"
 
