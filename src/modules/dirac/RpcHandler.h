@@ -113,7 +113,7 @@ public:
     grpc::Status DeleteSlot(grpc::ServerContext*, const dio::endpoint::Index*,
                             dio::endpoint::Void*) override;
 
-    // ---- Filter transfer (RpcHandlerSlots.cpp) ----
+    // ---- Filter transfer (RpcHandlerTransfer.cpp) ----
 
     grpc::Status BeginFilterTransfer(grpc::ServerContext*, const dio::endpoint::SlotInfo*,
                                      dio::endpoint::Void*) override;
