@@ -30,10 +30,6 @@ constexpr milliseconds kMinimumPingInterval = 500ms;
 /// How long calls may take to end by themselves when the server stops.
 constexpr milliseconds kStopGrace = 100ms;
 
-/// What one connection may have open beyond the handlers. Without it a client's excess calls would
-/// wait instead of being refused; each costs about 15 KiB, whether or not its message ever comes.
-constexpr int kExcessCallsOfAConnection = 16;
-
 /// gRPC's switch for the health service holds for all later servers of the process and must not be
 /// turned while another thread builds one: it is turned when the library is loaded, before there
 /// are other threads.
@@ -72,8 +68,7 @@ void setLimits(grpc::ServerBuilder& builder, const GrpcServerLimits& limits) {
     quota.Resize(limits.bufferBytes);
     builder.SetResourceQuota(quota);
     builder.SetMaxReceiveMessageSize(limits.messageBytes);
-    builder.AddChannelArgument(GRPC_ARG_MAX_CONCURRENT_STREAMS,
-                               limits.handlers + kExcessCallsOfAConnection);
+    builder.AddChannelArgument(GRPC_ARG_MAX_CONCURRENT_STREAMS, limits.callsOfAConnection);
 }
 
 /// The health service answers for the server as a whole by itself, for a single service only when

@@ -20,14 +20,22 @@ struct GrpcServerLimits {
     /// Room for 64 clients with an open stream and a call each, when the default is used.
     int handlers{128};
 
+    /// Calls that one connection has open at the same time; its further calls wait in the client
+    /// until one of them ends. A calibration client needs a few: its notifications, a stream of the
+    /// microphone, a stimulus that plays, and the calls beside them. It takes many connections to
+    /// use up the handlers.
+    int callsOfAConnection{16};
+
     /// Bytes of one message from a client; a longer one is refused with RESOURCE_EXHAUSTED. The
     /// longest that has a use is a cell's filter of 65536 taps and 4096 biquads: with 5 bytes a tap
-    /// and 27 a biquad in their least compact encoding, 438,272 bytes. Twice that and some, so that
-    /// a filter that is moderately too long is refused by the handler, which names the limit.
-    int messageBytes{1 << 20};
+    /// and 27 a biquad in their least compact encoding, 438,272 bytes, and some bytes around them.
+    ///
+    /// A handler gets its message unpacked. Empty elements of two bytes each, whether or not the
+    /// protocol knows their field, take most: 28 times the message, here 12.25 MiB in a handler.
+    int messageBytes{448 << 10};
 
     /// Bytes that are buffered for all clients together; beyond them gRPC slows clients down and
-    /// closes connections. Room for a message in each handler.
+    /// closes connections. Room for two messages in each handler.
     std::size_t bufferBytes{1U << 27};
 };
 

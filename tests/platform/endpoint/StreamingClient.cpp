@@ -1,7 +1,5 @@
 #include "platform/endpoint/StreamingClient.h"
 
-#include <chrono>
-
 using namespace dio::endpoint;
 
 namespace {
@@ -12,9 +10,10 @@ grpc::ChannelArguments withOwnConnection(grpc::ChannelArguments arguments) {
     return arguments;
 }
 
-void limit(grpc::ClientContext& context) {
+void limit(grpc::ClientContext& context,
+           std::chrono::milliseconds timeout = std::chrono::seconds(60)) {
     context.set_wait_for_ready(true);
-    context.set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(60));
+    context.set_deadline(std::chrono::system_clock::now() + timeout);
 }
 
 }  // namespace
@@ -27,9 +26,9 @@ StreamingClient::StreamingClient(unsigned short port, grpc::ChannelArguments arg
       stub_(EndpointDevice::NewStub(channel_)) {
 }
 
-grpc::Status StreamingClient::call(const FIIR& filter) {
+grpc::Status StreamingClient::call(const FIIR& filter, std::chrono::milliseconds timeout) {
     grpc::ClientContext context;
-    limit(context);
+    limit(context, timeout);
     Void reply;
     return stub_->SetCellFIIR(&context, filter, &reply);
 }

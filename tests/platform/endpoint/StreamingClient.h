@@ -3,6 +3,7 @@
 #include <endpoint.grpc.pb.h>
 #include <grpcpp/grpcpp.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -12,8 +13,9 @@ public:
     explicit StreamingClient(unsigned short port, grpc::ChannelArguments arguments = {},
                              const std::string& host = "127.0.0.1");
 
-    /// A plain call.
-    grpc::Status call(const dio::endpoint::FIIR& filter = {});
+    /// A plain call; waits at most `timeout`.
+    grpc::Status call(const dio::endpoint::FIIR& filter = {},
+                      std::chrono::milliseconds timeout = std::chrono::seconds(60));
     grpc::Status callThatThrows();
 
     std::shared_ptr<grpc::Channel> channel() const { return channel_; }
