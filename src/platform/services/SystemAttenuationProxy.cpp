@@ -28,6 +28,16 @@ public:
 
     const QString& clientName() const { return clientName_; }
 
+    /// Reports what is applied, unless a change does so before the event loop comes round. Without
+    /// it, a client whose wish changed nothing would go on believing in its wish.
+    void confirm() {
+        if (!item_)
+            return;
+        unanswered_ = true;
+        QMetaObject::invokeMethod(
+            proxy_, [this] { answer(); }, Qt::QueuedConnection);
+    }
+
     void follow() {
         if (item_)
             return;
@@ -40,13 +50,23 @@ public:
     }
 
 private:
-    void report() { Q_EMIT proxy_->attenuationChanged(item_->value().double_()); }
+    void report() {
+        unanswered_ = false;
+        Q_EMIT proxy_->attenuationChanged(item_->value().double_());
+    }
+
+    /// The item may be behind what is applied, but then its report is on its way.
+    void answer() {
+        if (unanswered_)
+            report();
+    }
 
     SystemAttenuationProxy* const proxy_;
     const QString clientName_;
     const bool reportCurrent_;
     // Null until enabled; belongs to the watcher, which is a child of the proxy.
     CMValueItem* item_{nullptr};
+    bool unanswered_{false};  // nothing has been reported since the last wish
 };
 
 SystemAttenuationProxy::SystemAttenuationProxy(const QString& clientName, int /*fadeMilliseconds*/,
@@ -64,8 +84,9 @@ void SystemAttenuationProxy::setAttenuation(double attenuation) {
     if (std::isnan(attenuation)) {
         LOG4CPLUS_WARN(logger, "Attenuation of " << private_->clientName().toStdString()
                                                  << " is not a number, ignored");
-        return;
+    } else {
+        const double applied = std::clamp(attenuation, quietest(), 0.0);
+        CMRoot()->setValue(platform::attenuationPath(), VeskValue::ofDouble(applied), {});
     }
-    const double applied = std::clamp(attenuation, quietest(), 0.0);
-    CMRoot()->setValue(platform::attenuationPath(), VeskValue::ofDouble(applied), {});
+    private_->confirm();
 }

@@ -18,7 +18,9 @@ public:
     void enable();
 
 public Q_SLOTS:
-    /// Asks for a new attenuation, dB.
+    /// Asks for a new attenuation, dB. The platform keeps to what the device offers; once enabled,
+    /// attenuationChanged() tells what it applied, also when that is what it was. In this object's
+    /// thread.
     void setAttenuation(double attenuation);
 
 Q_SIGNALS:

@@ -87,12 +87,53 @@ TEST_F(SystemAttenuationProxyTest, ReportsEachChange) {
     EXPECT_THAT(reported, ElementsAre(0, -1, -2));
 }
 
-TEST_F(SystemAttenuationProxyTest, EqualAttenuationIsNoChange) {
+TEST_F(SystemAttenuationProxyTest, EqualAttenuationOfAnotherClientIsNoChange) {
     proxy.enable();
     processAllEvents();
-    proxy.setAttenuation(0);
+    setInTree(0);
     processAllEvents();
     EXPECT_THAT(reported, ElementsAre(0));
+}
+
+TEST_F(SystemAttenuationProxyTest, OwnWishThatChangesNothingIsAnsweredWithWhatIsApplied) {
+    setInTree(-7);
+    proxy.enable();
+    processAllEvents();
+    for (const double wish : {-7.0, std::nan("")}) {
+        reported.clear();
+        proxy.setAttenuation(wish);
+        EXPECT_THAT(reported, IsEmpty());
+        processAllEvents();
+        EXPECT_THAT(reported, ElementsAre(-7)) << "wish " << wish;
+    }
+}
+
+TEST_F(SystemAttenuationProxyTest, OwnWishBeyondTheVolumeMapIsAnsweredWithWhatIsApplied) {
+    proxy.enable();
+    processAllEvents();
+    reported.clear();
+    proxy.setAttenuation(50);
+    processAllEvents();
+    EXPECT_THAT(reported, ElementsAre(0));
+    proxy.setAttenuation(-200);
+    processAllEvents();
+    EXPECT_THAT(reported, ElementsAre(0, kQuietest));
+}
+
+TEST_F(SystemAttenuationProxyTest, WishesInARowEndWithWhatIsApplied) {
+    proxy.enable();
+    processAllEvents();
+    setInTree(-5);
+    proxy.setAttenuation(50);
+    processAllEvents();
+    EXPECT_EQ(reported.back(), 0);
+    EXPECT_THAT(reported, ElementsAre(0, 0));
+}
+
+TEST_F(SystemAttenuationProxyTest, OwnWishIsNotAnsweredBeforeEnable) {
+    proxy.setAttenuation(50);
+    processAllEvents();
+    EXPECT_THAT(reported, IsEmpty());
 }
 
 TEST_F(SystemAttenuationProxyTest, EnableTwiceReportsOnce) {
