@@ -5,6 +5,8 @@
 
 #include <array>
 #include <cerrno>
+#include <ctime>
+#include <iostream>
 #include <span>
 
 namespace platform {
@@ -16,9 +18,20 @@ std::error_code lastError() {
     return {errno, std::system_category()};
 }
 
-/// Runs the operations as one, again when a signal interrupts the wait.
-std::error_code operate(int id, std::span<sembuf> operations) {
-    while (semop(id, operations.data(), operations.size()) != 0) {
+/// Waits for 0 and adds 1.
+std::array<sembuf, 2> taking(short flags) {
+    return {sembuf{0, 0, flags}, sembuf{0, 1, SEM_UNDO}};
+}
+
+timespec timespecOf(std::chrono::milliseconds duration) {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(duration);
+    return {seconds.count(), std::chrono::nanoseconds(duration - seconds).count()};
+}
+
+/// Runs the operations as one, again when a signal interrupts the wait. Without `timeout` it waits
+/// as long as it takes.
+std::error_code operate(int id, std::span<sembuf> operations, const timespec* timeout = nullptr) {
+    while (semtimedop(id, operations.data(), operations.size(), timeout) != 0) {
         if (errno != EINTR)
             return lastError();
     }
@@ -33,7 +46,7 @@ bool wasRemoved(const std::error_code& error) {
 
 std::error_code SystemVLock::lock() {
     std::unique_lock guard(mutex_);
-    const std::error_code error = acquire(0);
+    const std::error_code error = onSemaphore([this] { return take(); });
     if (!error)
         guard.release();
     return error;
@@ -41,7 +54,7 @@ std::error_code SystemVLock::lock() {
 
 bool SystemVLock::tryLock() {
     std::unique_lock guard(mutex_, std::try_to_lock);
-    if (!guard || acquire(IPC_NOWAIT))
+    if (!guard || onSemaphore([this] { return takeIfFree(); }))
         return false;
     guard.release();
     return true;
@@ -54,16 +67,43 @@ void SystemVLock::unlock() {
     (void)operate(id_, give);
 }
 
-std::error_code SystemVLock::acquire(short flags) {
-    std::array take{sembuf{0, 0, flags}, sembuf{0, 1, SEM_UNDO}};
+template <typename Operation>
+std::error_code SystemVLock::onSemaphore(const Operation& operation) {
     while (true) {
         if (const std::error_code error = open())
             return error;
-        const std::error_code error = operate(id_, take);
+        const std::error_code error = operation();
         if (!wasRemoved(error))
             return error;
         id_ = -1;
     }
+}
+
+std::error_code SystemVLock::take() const {
+    auto operations = taking(0);
+    const timespec patience = timespecOf(patience_);
+    const std::error_code error = operate(id_, operations, &patience);
+    if (error != std::errc::resource_unavailable_try_again)
+        return error;
+    reportWait();
+    return operate(id_, operations);
+}
+
+std::error_code SystemVLock::takeIfFree() const {
+    auto operations = taking(IPC_NOWAIT);
+    return operate(id_, operations);
+}
+
+void SystemVLock::reportWait() const {
+    const std::string id = std::to_string(id_);
+    report_("Still waiting for the lock with key " + std::to_string(key_) + ": semaphore " + id +
+            " is " + std::to_string(semctl(id_, 0, GETVAL)) + ", last changed by process " +
+            std::to_string(semctl(id_, 0, GETPID)) +
+            ". If that process runs no more, remove the semaphore: ipcrm -s " + id);
+}
+
+void SystemVLock::printToStandardError(const std::string& text) {
+    std::cerr << text + '\n';
 }
 
 std::error_code SystemVLock::open() {

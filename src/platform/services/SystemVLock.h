@@ -1,7 +1,11 @@
 #pragma once
 
+#include <chrono>
+#include <functional>
 #include <mutex>
+#include <string>
 #include <system_error>
+#include <utility>
 
 namespace platform {
 
@@ -15,8 +19,17 @@ namespace platform {
 /// Processes, threads and objects with the same key exclude each other. Not recursive.
 class SystemVLock {
 public:
+    /// Takes a line of text for whoever looks after the device.
+    using Report = std::function<void(const std::string&)>;
+
     /// `key` must not be 0, which in System V means "private to whoever asks". Opens nothing yet.
-    explicit SystemVLock(int key) : key_(key) {}
+    ///
+    /// A wait that lasts longer than `patience` is reported, once, and goes on: a semaphore that
+    /// another program left behind, never to become 0, would stop everything without a word.
+    /// `report` is called in the thread that waits; by default it prints to standard error.
+    explicit SystemVLock(int key, std::chrono::milliseconds patience = std::chrono::seconds(3),
+                         Report report = printToStandardError)
+        : key_(key), patience_(patience), report_(std::move(report)) {}
     SystemVLock(const SystemVLock&) = delete;
     SystemVLock& operator=(const SystemVLock&) = delete;
 
@@ -31,10 +44,19 @@ public:
     void unlock();
 
 private:
-    std::error_code acquire(short flags);
+    static void printToStandardError(const std::string& text);
+
+    /// Runs an operation on the open semaphore, again when the semaphore was removed meanwhile.
+    template <typename Operation>
+    std::error_code onSemaphore(const Operation& operation);
     std::error_code open();
+    std::error_code take() const;
+    std::error_code takeIfFree() const;
+    void reportWait() const;
 
     const int key_;
+    const std::chrono::milliseconds patience_;
+    const Report report_;
     /// Held together with the semaphore, so that an unlock meets the semaphore that was locked even
     /// when that one has been removed and its place taken by a new one.
     std::mutex mutex_;

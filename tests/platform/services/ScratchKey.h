@@ -31,6 +31,8 @@ public:
         ASSERT_GE(semget(key_, 1, IPC_CREAT | IPC_EXCL | permissions), 0);
     }
 
+    void setSemaphore(int value) const { ASSERT_EQ(semctl(semaphore(), 0, SETVAL, value), 0); }
+
     void removeSemaphore() const {
         if (semaphore() >= 0)
             semctl(semaphore(), 0, IPC_RMID);

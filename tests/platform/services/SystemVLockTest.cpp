@@ -8,11 +8,14 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
+#include <string>
 #include <system_error>
 #include <thread>
 #include <vector>
 
+using namespace std::chrono_literals;
 using platform::SystemVLock;
 
 namespace {
@@ -187,6 +190,52 @@ TEST_F(SystemVLockTest, InterruptionDoesNotEndTheWait) {
     key.waitForBlockedLockers(1);
     lock.unlock();
     EXPECT_TRUE(waiter.succeeded());
+}
+
+TEST_F(SystemVLockTest, WaitForAForeignSemaphoreIsReportedOnceAndGoesOn) {
+    key.createSemaphore(0666);
+    key.setSemaphore(3);
+    std::atomic<int> reports{0};
+    std::string text;
+    SystemVLock patient(key.get(), 20ms, [&](const std::string& line) {
+        text = line;
+        ++reports;
+    });
+    std::jthread waiter([&] {
+        EXPECT_FALSE(patient.lock());
+        patient.unlock();
+    });
+    while (reports == 0)
+        std::this_thread::yield();
+    key.waitForBlockedLockers(1);
+    key.setSemaphore(0);
+    waiter.join();
+    EXPECT_EQ(reports, 1);
+    const std::string id = std::to_string(key.semaphore());
+    EXPECT_EQ(text, "Still waiting for the lock with key " + std::to_string(key.get()) +
+                        ": semaphore " + id + " is 3, last changed by process " +
+                        std::to_string(getpid()) +
+                        ". If that process runs no more, remove the semaphore: ipcrm -s " + id);
+}
+
+TEST_F(SystemVLockTest, SemaphoreThatIsRemovedOnAdviceEndsTheWait) {
+    key.createSemaphore(0666);
+    key.setSemaphore(1);
+    SystemVLock patient(key.get(), 1ms, [&](const std::string&) { key.removeSemaphore(); });
+    EXPECT_FALSE(patient.lock());
+    EXPECT_FALSE(someoneElseCanLock());
+    patient.unlock();
+}
+
+TEST_F(SystemVLockTest, ShortWaitIsNotReported) {
+    ASSERT_FALSE(lock.lock());
+    SystemVLock patient(key.get(), 1h, [](const std::string& line) { ADD_FAILURE() << line; });
+    std::jthread waiter([&] {
+        EXPECT_FALSE(patient.lock());
+        patient.unlock();
+    });
+    key.waitForBlockedLockers(1);
+    lock.unlock();
 }
 
 TEST_F(SystemVLockTest, RemovedSemaphoreIsRecreated) {
