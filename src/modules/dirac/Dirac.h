@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 
 class AudioRecorderFactory;
 class RpcHandler;
@@ -81,8 +82,13 @@ private Q_SLOTS:
 private:
     static constexpr int kNoSlot = -1;
 
-    /// Who gave the menu's selection the value that is about to be reported.
-    enum class MenuChange { None, Settings, User };
+    enum class MenuOrigin { Elsewhere, Settings, User };
+
+    /// A selection of the menu that is about to be reported, and who made it.
+    struct MenuChange {
+        MenuOrigin origin;
+        int slotIdx;
+    };
 
     // Life (Dirac.cpp).
     void initSegment();
@@ -96,16 +102,16 @@ private:
     // Calibration server (DiracServer.cpp).
     void startServer();
     void stopServer();
-    void restartServer();
+    void replaceServer();
 
     // Slots settings and menu (DiracMenu.cpp).
     static int activeSlotOf(const VeskDiracSlotsList& list);
     void initUIMenuNode();
     void updateUiMenuNode(const VeskDiracSlotsList& list);
     void appendMenuRow(const TrString& title, int slotIdx);
-    void selectInMenu(int slotIdx, MenuChange origin);
+    void selectInMenu(int slotIdx, MenuOrigin origin);
     void validateActiveFilter(const CMSetDataRequest& request);
-    void activateFilter(int idx, MenuChange origin);
+    void activateFilter(int idx, MenuOrigin origin);
 
     // Filters (DiracFilters.cpp).
     void precacheAllFilters();
@@ -143,7 +149,9 @@ private:
     std::atomic<double> attenuation{0.0};                            // dB
     std::atomic<SystemAttenuationProxy*> attenuationProxy{nullptr};  // never freed
 
-    MenuChange menuChange{MenuChange::None};
+    std::optional<MenuChange> menuChange;
+    // What the settings say, while the menu waits for the report of the user's choice.
+    std::optional<int> heldBackSelection;
 
     AudioRecorderFactory* audioRecorderFactory{nullptr};  // never freed
     QString uuid;

@@ -72,27 +72,38 @@ void Dirac::validateActiveFilter(const CMSetDataRequest& request) {
         request.reply().setError(CMError(QStringLiteral("Invalid filter ID")));
         return;
     }
-    selectInMenu(idx, MenuChange::User);
+    selectInMenu(idx, MenuOrigin::User);
     // Chosen back while another value was on its way to the menu: nothing will be reported.
-    if (menuChange == MenuChange::None && activeSlotOf(storedSlots()) != idx)
+    if (!menuChange && activeSlotOf(storedSlots()) != idx)
         on_activeFilter_changed(VeskValue::ofI32(idx));
     request.reply().setValue(true);
 }
 
 /// Sets the selection and remembers who did, until on_activeFilter_changed() is told of it.
-void Dirac::selectInMenu(int slotIdx, MenuChange origin) {
+void Dirac::selectInMenu(int slotIdx, MenuOrigin origin) {
     const VeskValue value = VeskValue::ofI32(slotIdx);
-    const bool willBeReported = value != activeFilterItem->value();
-    menuChange = willBeReported ? origin : MenuChange::None;
+    menuChange.reset();
+    if (value != activeFilterItem->value())
+        menuChange = {origin, slotIdx};
     activeFilterNode->setValue(value);
 }
 
+/// May also be called with a value that the menu has not been given; then the menu's own change is
+/// still to come.
 void Dirac::on_activeFilter_changed(const VeskValue& value) {
     DIRAC_SCOPED_TRACE();
-    const MenuChange origin = std::exchange(menuChange, MenuChange::None);
     const int idx = value.i32_();
+    auto origin = MenuOrigin::Elsewhere;
+    std::optional<int> heldBack;
+    if (!menuChange || menuChange->slotIdx == idx) {
+        origin = menuChange ? menuChange->origin : origin;
+        menuChange.reset();
+        heldBack.swap(heldBackSelection);
+    }
     if (isCastActive()) {
         LOG4CPLUS_WARN(logger, "Attempt to set filter slot during Google cast playback.");
+        if (heldBack)
+            selectInMenu(*heldBack, MenuOrigin::Settings);
         return;
     }
     LOG4CPLUS_INFO(logger, "Active filter changed to " << idx);
@@ -105,11 +116,11 @@ void Dirac::on_activeFilter_changed(const VeskValue& value) {
 /// a slot that a client has just stored, and writing the older list back would lose it. For the
 /// same reason a selection that only follows the settings gives way to a slot that a client has
 /// chosen since.
-void Dirac::activateFilter(int idx, MenuChange origin) {
+void Dirac::activateFilter(int idx, MenuOrigin origin) {
     const auto lock = rpcHandler ? rpcHandler->lockSlots() : RpcHandler::SlotsLock();
     VeskDiracSlotsList list = storedSlots();
     const bool isOutdated =
-        origin == MenuChange::Settings &&
+        origin == MenuOrigin::Settings &&
         activeSlotOf(list) != activeSlotOf(slotsSettingsItem->value().diracSlotsList());
     const int active = isOutdated ? activeSlotOf(list) : idx;
 
@@ -152,8 +163,10 @@ void Dirac::updateUiMenuNode(const VeskDiracSlotsList& list) {
     const int active = activeSlotOf(list);
     LOG4CPLUS_DEBUG(logger, "updateUiMenuNode: activeSlot: " << active);
     // A choice of the user's that is still on its way to the settings comes back from there.
-    if (menuChange != MenuChange::User)
-        selectInMenu(active, MenuChange::Settings);
+    if (menuChange && menuChange->origin == MenuOrigin::User)
+        heldBackSelection = active;
+    else
+        selectInMenu(active, MenuOrigin::Settings);
 }
 
 void Dirac::appendMenuRow(const TrString& title, int slotIdx) {

@@ -34,14 +34,14 @@ std::vector<std::string> micsOf(const VeskDiracConfig& config) {
 void Dirac::startServer() {
     DIRAC_SCOPED_TRACE();
     try {
-        restartServer();
+        replaceServer();
     } catch (const std::exception& exception) {
         LOG4CPLUS_FATAL(logger, "Exception: " << exception.what());
     }
 }
 
 /// The stopped server is kept until the new one takes its place.
-void Dirac::restartServer() {
+void Dirac::replaceServer() {
     if (server)
         server->stop();
     const VeskDiracConfig config = diracConfig();

@@ -260,6 +260,40 @@ TEST_F(DiracMenuTest, AChoiceSurvivesAChangeOfTheSettingsOnItsWay) {
     EXPECT_EQ(menuRows().at(1), "Filter: Renamed = 0");
 }
 
+TEST_F(DiracMenuTest, AChoiceThatACastSessionOvertakesGivesTheMenuBackToTheSettings) {
+    startWith(settingsOf(0, someSlots()));
+    inWorkerThread([&] {
+        // The worker has all waiting: the choice of slot 2, a client's slot 5, the Cast session.
+        CMRoot()->setValue(VeskDiracActiveFilterPath(), VeskValue::ofI32(2), {});
+        CMRoot()->setValue(VeskDiracSlotsSettingsPath(), settingsOf(5, someSlots()), {});
+        CMRoot()->setValue(VeskTalvorCastActivePath(), VeskValue::ofBool(true), {});
+    });
+    settle();
+    EXPECT_TRUE(logged(kCastWarning));
+    EXPECT_EQ(settings().activeSlot(), 5);
+    EXPECT_EQ(menuSelection(), 5);
+    setCast(false);
+    EXPECT_EQ(choose(2), "");
+    EXPECT_EQ(settings().activeSlot(), 2);
+}
+
+TEST_F(DiracMenuTest, AChoiceSurvivesACallOfItsHandlerWithAnotherSlot) {
+    startWith(settingsOf(0, someSlots()));
+    inWorkerThread([&] {
+        // The worker has all waiting: the choice of slot 2, the call with 5, a change of the name.
+        CMRoot()->setValue(VeskDiracActiveFilterPath(), VeskValue::ofI32(2), {});
+        QMetaObject::invokeMethod(&worker(), "on_activeFilter_changed", Qt::QueuedConnection,
+                                  Q_ARG(VeskValue, VeskValue::ofI32(5)));
+        QList<VeskDiracSlot> renamed = someSlots();
+        renamed[0].setName(QStringLiteral("Renamed"));
+        CMRoot()->setValue(VeskDiracSlotsSettingsPath(), settingsOf(0, renamed), {});
+    });
+    settle();
+    EXPECT_EQ(menuSelection(), 2);
+    EXPECT_EQ(settings().activeSlot(), 2);
+    EXPECT_EQ(runtimeSlots().activeSlot(), 2);
+}
+
 TEST_F(DiracMenuTest, AChoiceOfWhatTheMenuJustLeftCounts) {
     startWith(settingsOf(0, someSlots()));
     const auto reply = CMReply<QVariant>::create();
