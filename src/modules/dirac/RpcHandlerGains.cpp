@@ -86,7 +86,6 @@ grpc::Status RpcHandler::GetStimuliGain(grpc::ServerContext*, const dio::endpoin
     DIRAC_SCOPED_TRACE("Index " << channel);
     if (!isStimuliChannel(channel))
         return invalidArgument("Index is out of bounds.");
-    response->set_channel(channel);
     response->set_gain(decibels(*stimuliGains_[static_cast<std::size_t>(channel)]));
     return grpc::Status::OK;
 }

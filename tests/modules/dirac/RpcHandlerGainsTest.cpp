@@ -123,6 +123,13 @@ TEST_F(RpcHandlerGainsTest, BringsAStimulusGainIntoItsRange) {
     EXPECT_TRUE(log().contains(": Set stimuli gain channel = 0 Gain = -30"));
 }
 
+TEST_F(RpcHandlerGainsTest, AnswersWithTheStimulusGainAlone) {
+    setStimuliGain(1, -3.0);
+    const auto answer = ask(&Stub::GetStimuliGain, indexOf(1));
+    EXPECT_NEAR(answer.gain(), -3.0, 1e-5);
+    EXPECT_EQ(answer.channel(), 0) << "not stated";
+}
+
 TEST_F(RpcHandlerGainsTest, GivesTheWorkerTheStimulusGainAsItCame) {
     setStimuliGain(1, -30.0);
     EXPECT_EQ(valueAt(VeskTalvorCorbelDiracStimuliGainDB1()).i32_(), -30);
