@@ -5,7 +5,9 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
+#include <memory>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -59,15 +61,14 @@ protected:
         std::ofstream(cache / name) << std::string(size, fill);
     }
 
-    /// The image but for its time stamp and speakers.
-    static void expectBypass(const DiracConfiguration& image) {
+    /// The default image with the speakers and a time stamp, byte by byte.
+    void expectBypass(const DiracConfiguration& image) {
+        const auto expected = std::make_unique<DiracConfiguration>();
+        expected->timeStamp = image.timeStamp;
+        for (const auto& speaker : description.speakers)
+            expected->speakers.at(expected->speakerCount++) = {speaker.type, speaker.groupId};
         EXPECT_EQ(image.bypass, 1);
-        EXPECT_EQ(image.bassControlPresent, 0U);
-        for (const auto& group : image.groups)
-            for (const DiracChannelFilter& channel : group)
-                EXPECT_TRUE(channel.filterEnabled == 0 && channel.tapCount == 1 &&
-                            channel.taps[0] == 1.0F);
-        EXPECT_THAT(image.subSamplerSizes, ElementsAre(0, 0, 0, 0));
+        EXPECT_EQ(std::memcmp(&image, expected.get(), sizeof image), 0);
     }
 };
 
@@ -143,6 +144,22 @@ TEST_F(DiracFiltersTest, RemovesAllFilesWithoutSlots) {
     startWith({});
     EXPECT_THAT(cacheFiles(), IsEmpty());
     EXPECT_TRUE(logged("DEBUG Precaching slots of count: 0"));
+}
+
+TEST_F(DiracFiltersTest, ForgetsAllDataWithoutSlots) {
+    startWith({kSlot});
+    storeActive({});
+    settle();
+    callSlot("on_slotsRuntime_changed", settingsOf(3, {slotRecord(3, QStringLiteral("Sofa"), 78)}));
+    EXPECT_THAT(cacheFiles(), IsEmpty());
+    ASSERT_EQ(countLogged("DEBUG index is not precached 3"), 0U);
+    VeskDiracSlotsList list = settingsOf(3, {kSlot}).diracSlotsList();
+    list.setFilteringEnabled(true);
+    callSlot("on_slotsRuntime_changed", VeskValue::of(list));
+    EXPECT_EQ(countLogged("DEBUG index is not precached 3"), 1U);
+    for (const unsigned rate : kDiracSubSamplerRates)
+        EXPECT_TRUE(
+            logged("WARN Missing precached data for filter Sofa rate " + std::to_string(rate)));
 }
 
 TEST_F(DiracFiltersTest, PrecachesASlotThatIsNew) {

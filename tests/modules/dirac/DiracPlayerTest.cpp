@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <limits>
 
 namespace {
@@ -130,6 +131,14 @@ TEST_F(DiracPlayerTest, FollowsTheSystemAttenuation) {
     startDevice();
     write(platform::attenuationPath(), VeskValue::ofDouble(-33.0));
     EXPECT_TRUE(eventually([this] { return worker().getAttenuation() == -33.0; }));
+}
+
+TEST_F(DiracPlayerTest, FollowsWhatThePlatformAppliedOfAWish) {
+    startDevice();
+    for (const double wish : {50.0, std::nan("")}) {
+        worker().setAttenuation(wish);
+        EXPECT_TRUE(eventually([this] { return worker().getAttenuation() == 0.0; })) << wish;
+    }
 }
 
 TEST_F(DiracPlayerTest, KeepsAnAttenuationSetBeforeTheProxyExists) {

@@ -398,6 +398,16 @@ TEST_F(FilterSegmentTest, PublicationWaitsForTheReader) {
     reader.unlock();
 }
 
+TEST_F(FilterSegmentTest, PublicationWithoutTheLockIsRefused) {
+    // A private segment; a private lock would keep nobody away, so there is none.
+    FilterSegment segment(IPC_PRIVATE);
+    init(segment);
+    ASSERT_NE(segment.address, nullptr);
+    publish(segment, *imageWithStamp(5));
+    EXPECT_EQ(printed, "set(): failed to set new value, shared memory lock is not available\n");
+    EXPECT_EQ(OtherUser(segment.shmId).bytes(), defaultBytes());
+}
+
 // Discarding.
 
 TEST_F(FilterSegmentTest, LastUserRemovesTheSegment) {

@@ -1,11 +1,20 @@
+#include "modules/dirac/DeviceInfo.h"
+#include "modules/dirac/RpcHandler.h"
 #include "platform/PlatformPaths.h"
 #include "sdk/cm/VeskPaths.h"
 #include "sdk/player/PlayLogicInterface.h"
 #include "support/DeviceFixture.h"
 
 #include <gmock/gmock.h>
+#include <grpcpp/grpcpp.h>
 
+#include <atomic>
+#include <chrono>
+#include <future>
 #include <memory>
+#include <string>
+#include <thread>
+#include <utility>
 
 using namespace dio::endpoint;
 using testing::ElementsAre;
@@ -16,7 +25,8 @@ namespace {
 /// A client's notification stream.
 class NotificationClient {
 public:
-    NotificationClient() : stream_(client_.stub().Notifications(&context_)) {}
+    explicit NotificationClient(const std::string& address = CalibrationClient::kDeviceAddress)
+        : client_(address), stream_(client_.stub().Notifications(&context_)) {}
 
     /// The kinds of the next message; waits for it.
     std::vector<int> next() {
@@ -41,6 +51,47 @@ private:
         stream_;
 };
 
+/// The worker's stream at another port, where the test sees what it answers: a client that has
+/// cancelled is told nothing any more.
+class WatchedNotifications final : public EndpointDevice::Service {
+public:
+    WatchedNotifications(std::shared_ptr<RpcHandler> handler, bool waitsForCancellation)
+        : handler_(std::move(handler)), waitsForCancellation_(waitsForCancellation) {
+        int port = 0;
+        grpc::ServerBuilder builder;
+        builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(), &port);
+        builder.RegisterService(this);
+        server_ = builder.BuildAndStart();
+        address_ = "127.0.0.1:" + std::to_string(port);
+    }
+    ~WatchedNotifications() override { server_->Shutdown(); }
+
+    const std::string& address() const { return address_; }
+    void awaitCall() const { called_.wait(false); }
+    /// The answer; waits for it.
+    std::string answer() { return answer_.get_future().get(); }
+
+    grpc::Status Notifications(
+        grpc::ServerContext* context,
+        grpc::ServerReaderWriter<NotificationInfo, ClientNotificationInfo>* stream) override {
+        called_ = true;
+        called_.notify_all();
+        while (waitsForCancellation_ && !context->IsCancelled())
+            std::this_thread::yield();
+        const grpc::Status status = handler_->Notifications(context, stream);
+        answer_.set_value(outcome(status));
+        return status;
+    }
+
+private:
+    const std::shared_ptr<RpcHandler> handler_;
+    const bool waitsForCancellation_;
+    std::atomic<bool> called_{false};
+    std::promise<std::string> answer_;
+    std::string address_;
+    std::unique_ptr<grpc::Server> server_;
+};
+
 constexpr int kActiveFilter = NOTIFICATION_KIND_ACTIVE_FILTER_CHANGED;
 constexpr int kSpeakerGain = NOTIFICATION_KIND_SPEAKER_GAIN_CHANGED;
 constexpr int kFilterState = NOTIFICATION_KIND_FILTER_STATE_CHANGED;
@@ -61,6 +112,26 @@ protected:
         write(VeskDiracSlotsSettingsPath(), VeskValue::of(list));
         constructWorker();
         settle();
+    }
+
+    /// A handler of its own, beside the device's.
+    std::shared_ptr<RpcHandler> makeHandler() {
+        return std::make_shared<RpcHandler>(
+            Dirac::deviceInfo(valueAt(VeskDiracConfigPath()).diracConfig(), QString()), &worker(),
+            nullptr);
+    }
+
+    static CMPath playerPath() { return PlayLogicInterface::playerInstance()->dataPath(); }
+
+    static void play() {
+        VeskPlayLogicData playing;
+        playing.setState(VeskPlayLogicState::Playing);
+        write(playerPath(), VeskValue(playing.hash()));
+    }
+
+    static bool isPlaying() {
+        return VeskPlayLogicData(valueAt(playerPath()).hash()).state() ==
+               VeskPlayLogicState::Playing;
     }
 
     void setSpeakerGain(double gain) {
@@ -86,6 +157,17 @@ TEST_F(RpcHandlerNotificationsTest, GreetsAClientAndTellsTheStateOfTheDevice) {
     EXPECT_FALSE(logged("DEBUG Notifications: Speaker gain changed"));
 }
 
+TEST_F(RpcHandlerNotificationsTest, TellsTheStateWithinOnePeriodOfTheGreeting) {
+    using Clock = std::chrono::steady_clock;
+    startWithFiltering();
+    NotificationClient client;
+    client.next();
+    const auto greeted = Clock::now();
+    client.next();
+    // A period is 100 ms; a busy machine adds to it.
+    EXPECT_LT(Clock::now() - greeted, std::chrono::milliseconds(500));
+}
+
 TEST_F(RpcHandlerNotificationsTest, TellsTheActiveSlotOfADeviceWithoutFilter) {
     startDevice();
     NotificationClient client;
@@ -95,15 +177,10 @@ TEST_F(RpcHandlerNotificationsTest, TellsTheActiveSlotOfADeviceWithoutFilter) {
 
 TEST_F(RpcHandlerNotificationsTest, AConnectedClientStopsThePlayer) {
     startDevice();
-    VeskPlayLogicData playing;
-    playing.setState(VeskPlayLogicState::Playing);
-    const CMPath dataPath = PlayLogicInterface::playerInstance()->dataPath();
-    write(dataPath, VeskValue(playing.hash()));
+    play();
     NotificationClient client;
     client.next();
-    EXPECT_TRUE(eventually([&dataPath] {
-        return VeskPlayLogicData(valueAt(dataPath).hash()).state() == VeskPlayLogicState::Stopped;
-    }));
+    EXPECT_TRUE(eventually([] { return !isPlaying(); }));
 }
 
 TEST_F(RpcHandlerNotificationsTest, ShowsTheDeviceThatAClientIsConnected) {
@@ -117,6 +194,30 @@ TEST_F(RpcHandlerNotificationsTest, ShowsTheDeviceThatAClientIsConnected) {
     EXPECT_EQ(client.finish().substr(0, 10), "CANCELLED ");
     EXPECT_TRUE(eventually([] { return !isClientConnected(); }));
     EXPECT_TRUE(logged("INFO Notifications: Client disconnected."));
+}
+
+TEST_F(RpcHandlerNotificationsTest, AnswersCancelledWithTheTextCancelled) {
+    startDevice();
+    WatchedNotifications watched(makeHandler(), false);
+    NotificationClient client(watched.address());
+    client.next();
+    client.cancel();
+    EXPECT_EQ(watched.answer(), "CANCELLED \"cancelled\"");
+    EXPECT_FALSE(isClientConnected());
+    EXPECT_TRUE(log().contains("RETURN: CANCELLED"));
+}
+
+TEST_F(RpcHandlerNotificationsTest, AGreetingThatCannotBeWrittenEndsTheStream) {
+    startDevice();
+    play();
+    WatchedNotifications watched(makeHandler(), true);
+    NotificationClient client(watched.address());
+    watched.awaitCall();
+    client.cancel();
+    EXPECT_EQ(watched.answer(), "UNKNOWN \"Notification write failed\"");
+    EXPECT_TRUE(isPlaying());
+    EXPECT_FALSE(isClientConnected());
+    EXPECT_FALSE(logged("INFO Notifications: Client disconnected."));
 }
 
 TEST_F(RpcHandlerNotificationsTest, RefusesASecondClient) {
@@ -166,7 +267,11 @@ TEST_F(RpcHandlerNotificationsTest, TellsAChangeOfTheSpeakerGainMadeOnTheDevice)
     client.next();
     setAttenuationOnTheDevice(-10.0);
     EXPECT_THAT(client.next(), ElementsAre(kSpeakerGain));
-    EXPECT_TRUE(logged("DEBUG Notifications: Speaker gain changed"));
+    // It is told once: the next message is about another change.
+    transferFir(1, "Sofa", {1.0F});
+    activate(1);
+    EXPECT_THAT(client.next(), testing::Contains(kActiveFilter));
+    EXPECT_EQ(countLogged("DEBUG Notifications: Speaker gain changed"), 1U);
 }
 
 TEST_F(RpcHandlerNotificationsTest, DoesNotTellAClientItsOwnChangeOfTheSpeakerGain) {
