@@ -22,7 +22,8 @@ public:
     /// `address`.
     bool sharedMemInit(bool& created);
 
-    /// Detaches; whoever leaves last removes the segment.
+    /// Detaches; whoever leaves last removes the segment. Does not wait for `lock`: a reader that
+    /// is attached just then leaves the segment to the next start, which fills it anew.
     void sharedMemDiscard();
 
     /// Copies the whole image into the segment under `lock`.
