@@ -14,6 +14,7 @@ pkg_check_modules(sndfile REQUIRED IMPORTED_TARGET sndfile)
 pkg_check_modules(soxr REQUIRED IMPORTED_TARGET soxr)
 pkg_check_modules(alsa REQUIRED IMPORTED_TARGET alsa)
 pkg_check_modules(kissfft REQUIRED IMPORTED_TARGET kissfft-float)
+pkg_check_modules(nanomsg REQUIRED IMPORTED_TARGET nanomsg)
 
 if(BUILD_TESTING)
     find_package(GTest REQUIRED)

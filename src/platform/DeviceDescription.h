@@ -15,6 +15,22 @@ struct Speaker {
     unsigned groupId{0};
 };
 
+/// What the power manager answers to those who want a resource.
+enum class ResourceBehaviour {
+    Granted,  ///< to one module at a time; `holder` has it from the beginning
+    Refused,  ///< with the described error
+    Silent,   ///< nothing
+};
+
+/// A resource that modules share.
+struct ResourceDescription {
+    QString name;  ///< "microphone"
+    ResourceBehaviour behaviour{ResourceBehaviour::Granted};
+    QString holder;     ///< empty: nobody
+    QString errorName;  ///< when refused
+    QString errorText;  ///< when refused
+};
+
 /// What a device is: the facts from which the platform fills its configuration tree.
 struct DeviceDescription {
     // Identity.
@@ -36,7 +52,10 @@ struct DeviceDescription {
     bool disableShmUpdate{false};    ///< the DSP image stays as it is
 
     // Playback.
-    QList<double> volumeMap;  ///< dB, quietest first, not empty
+    QList<double> volumeMap;     ///< dB, quietest first, not empty
+    QString playbackDeviceName;  ///< an ALSA name; empty: audio is taken, and nobody hears it
+
+    QList<ResourceDescription> resources;  ///< those that are not free for all
 
     // The process.
     QString stateDirectory;  ///< holds the settings; empty: settings live in memory only

@@ -4,6 +4,8 @@
 #include "platform/cm/CurrentTree.h"
 #include "platform/cm/SettingsStore.h"
 #include "platform/player/Player.h"
+#include "platform/player/PlayerControls.h"
+#include "platform/player/PlayerStatistics.h"
 #include "platform/services/PowerManager.h"
 #include "sdk/cm/VeskPaths.h"
 #include "sdk/records/VeskPlayerRecords.h"
@@ -73,6 +75,13 @@ VeskValue stoppedPlayer() {
     return VeskValue(data.hash());
 }
 
+VeskValue nothingPlayed() {
+    PlayerStatistics statistics;
+    statistics.setFrames(0);
+    statistics.setUnderruns(0);
+    return VeskValue(statistics.hash());
+}
+
 ProvidedValue fixed(const CMPath& path, const VeskValue& value) {
     return {path, value, false, false};
 }
@@ -102,6 +111,7 @@ std::vector<ProvidedValue> valuesOf(const DeviceDescription& description) {
         fixed(VeskPlayerVolumeMapPath(), ofDoubles(description.volumeMap)),
         fixed(endpointListenAddressPath(), VeskValue::ofString(description.listenAddress)),
         persistent(attenuationPath(), VeskValue::ofDouble(0.0)),
+        fixed(playerStatisticsPath(), nothingPlayed()),
         {playerDataPath(), stoppedPlayer(), false, true},
     };
 }
@@ -111,7 +121,10 @@ std::vector<ProvidedValue> valuesOf(const DeviceDescription& description) {
 class Platform::Private {
 public:
     explicit Private(const DeviceDescription& description)
-        : store_(openStore(description.stateDirectory)), storing_(provide(description)) {
+        : store_(openStore(description.stateDirectory)),
+          storing_(provide(description)),
+          player_(tree_, description.playbackDeviceName),
+          powerManager_(description.resources) {
         qRegisterMetaType<VeskValue>("VeskValue");
         if (store_) {
             tree_->setStorage([this](std::chrono::milliseconds timeout) {
@@ -154,7 +167,8 @@ private:
     const std::vector<Subscription> storing_;
 
     // What works on the tree and its values.
-    const Player player_{tree_};
+    Player player_;
+    const PlayerControls playerControls_{player_};
     const PowerManager powerManager_;
 };
 

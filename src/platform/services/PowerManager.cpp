@@ -1,36 +1,66 @@
 #include "platform/services/PowerManager.h"
 
 #include "platform/PlatformPaths.h"
+#include "platform/services/ReadOnly.h"
+#include "platform/services/ServiceThread.h"
 #include "sdk/cm/CMNode.h"
 #include "sdk/cm/CMNodesWorker.h"
 #include "sdk/cm/VeskPaths.h"
 #include "sdk/records/VeskPowerManagerRecords.h"
 
-#include <QThread>
-
-#include <latch>
+#include <deque>
+#include <map>
 
 namespace platform {
 namespace {
 
-class Worker : public CMNodesWorker {
+constexpr std::size_t kMostUnanswered = 64;
+
+void refuse(const CMSetDataRequest& request, const QString& name, const QString& text) {
+    request.reply().setError(CMError(name, text));
+}
+
+QString resourceName(int resource) {
+    return resource == VeskPowerManagerResources::Microphone ? QStringLiteral("microphone")
+                                                             : QString();
+}
+
+/// A resource, and the module that holds it.
+struct Resource {
+    ResourceDescription description;
+    QString holder;  // empty: nobody
+};
+
+std::map<QString, Resource> resourcesOf(const QList<ResourceDescription>& described) {
+    const QString microphone = resourceName(VeskPowerManagerResources::Microphone);
+    std::map<QString, Resource> resources{{microphone, {}}};
+    for (const ResourceDescription& resource : described)
+        resources[resource.name] = {resource, resource.holder};
+    return resources;
+}
+
+}  // namespace
+
+class PowerManager::Worker : public CMNodesWorker {
 public:
-    Worker() : CMNodesWorker({}, QStringLiteral("PowerManager")) {
-        CMActivateNode::create(
-            nodes(), VeskPowerManagerModuleRegisterPath(), this,
-            [this](const CMSetDataRequest& request) { registerModule(request); },
-            Qt::DirectConnection);
-        modulesNode_->doSetValidate([](const CMSetDataRequest& request) {
-            refuse(request, QStringLiteral("ReadOnly"),
-                   QStringLiteral("Modules register themselves at ") +
-                       VeskPowerManagerModuleRegisterPath().toString());
-        });
-        show();
+    explicit Worker(const QList<ResourceDescription>& resources)
+        : CMNodesWorker({}, QStringLiteral("PowerManager")), resources_(resourcesOf(resources)) {
+        serve(VeskPowerManagerModuleRegisterPath(), &Worker::registerModule);
+        serve(VeskPowerManagerResourceRequestPath(), &Worker::request);
+        makeReadOnly(modulesNode_);
+        makeReadOnly(resourcesNode_);
+        showModules();
+        showResources();
     }
 
 private:
-    static void refuse(const CMSetDataRequest& request, const QString& name, const QString& text) {
-        request.reply().setError(CMError(name, text));
+    using Action = void (Worker::*)(const CMSetDataRequest& request);
+
+    void serve(const CMPath& path, Action action) {
+        CMActivateNode::create(
+            nodes(), path, this,
+            [this, action](const CMSetDataRequest& request) { (this->*action)(request); },
+            Qt::DirectConnection);
     }
 
     void registerModule(const CMSetDataRequest& request) {
@@ -40,48 +70,91 @@ private:
                           QStringLiteral("A module without a name cannot be registered"));
         if (!names_.contains(name))
             names_.append(name);
-        show();
+        showModules();
         request.reply().setValue(true);
     }
 
-    void show() {
+    void request(const CMSetDataRequest& request) {
+        const VeskPowerManagerResourceRequest wish(request.value().hash());
+        const auto resource = resources_.find(resourceName(wish.resource()));
+        if (resource == resources_.end() || !wish.contains(wish.Resource()))
+            return refuse(request, QStringLiteral("InvalidArgument"),
+                          QStringLiteral("There is no resource %1").arg(wish.resource()));
+        if (wish.moduleName().isEmpty())
+            return refuse(request, QStringLiteral("InvalidArgument"),
+                          QStringLiteral("A module without a name cannot have a resource"));
+        if (resource->second.description.behaviour == ResourceBehaviour::Silent)
+            return leaveUnanswered(request);
+        answer(request, wish, resource->second);
+        showResources();
+    }
+
+    /// Keeps the request: dropping it would answer it. The oldest one goes when there are too many.
+    void leaveUnanswered(const CMSetDataRequest& request) {
+        unanswered_.push_back(request);
+        if (unanswered_.size() > kMostUnanswered)
+            unanswered_.pop_front();
+    }
+
+    static void answer(const CMSetDataRequest& request, const VeskPowerManagerResourceRequest& wish,
+                       Resource& resource) {
+        if (wish.contains(wish.Action()) && wish.action() == VeskPowerModuleActions::Acquire)
+            return acquire(request, wish, resource);
+        if (wish.action() == VeskPowerModuleActions::Release)
+            return release(request, wish, resource);
+        refuse(request, QStringLiteral("InvalidArgument"),
+               QStringLiteral("There is no action %1").arg(wish.action()));
+    }
+
+    static void acquire(const CMSetDataRequest& request,
+                        const VeskPowerManagerResourceRequest& wish, Resource& resource) {
+        const ResourceDescription& described = resource.description;
+        if (described.behaviour == ResourceBehaviour::Refused)
+            return refuse(request, described.errorName, described.errorText);
+        if (!resource.holder.isEmpty() && resource.holder != wish.moduleName())
+            return refuse(request, QStringLiteral("ResourceBusy"),
+                          QStringLiteral("The %1 is held by %2")
+                              .arg(resourceName(wish.resource()), resource.holder));
+        resource.holder = wish.moduleName();
+        request.reply().setValue(true);
+    }
+
+    static void release(const CMSetDataRequest& request,
+                        const VeskPowerManagerResourceRequest& wish, Resource& resource) {
+        if (resource.holder != wish.moduleName())
+            return refuse(request, QStringLiteral("NotHolder"),
+                          QStringLiteral("The %1 is not held by %2")
+                              .arg(resourceName(wish.resource()), wish.moduleName()));
+        resource.holder.clear();
+        request.reply().setValue(true);
+    }
+
+    void showModules() {
         PowerManagerModules modules;
         modules.setNames(names_);
         modulesNode_->setValue(VeskValue(modules.hash()));
     }
 
+    void showResources() {
+        QVariantHash holders;
+        for (const auto& [name, resource] : resources_)
+            if (!resource.holder.isEmpty())
+                holders.insert(name, resource.holder);
+        PowerManagerResources shown;
+        shown.setHolders(holders);
+        resourcesNode_->setValue(VeskValue(shown.hash()));
+    }
+
     CMValueNode* const modulesNode_{CMValueNode::create(nodes(), powerManagerModulesPath())};
+    CMValueNode* const resourcesNode_{CMValueNode::create(nodes(), powerManagerResourcesPath())};
     QStringList names_;
+    std::map<QString, Resource> resources_;
+    std::deque<CMSetDataRequest> unanswered_;
 };
 
-}  // namespace
-
-class PowerManager::Thread : public QThread {
-public:
-    Thread() {
-        setObjectName(QStringLiteral("PowerManager"));
-        start();
-        ready_.wait();
-    }
-    ~Thread() override {
-        quit();
-        wait();
-    }
-    Thread(const Thread&) = delete;
-    Thread& operator=(const Thread&) = delete;
-
-protected:
-    void run() override {
-        Worker worker;
-        ready_.count_down();
-        exec();
-    }
-
-private:
-    std::latch ready_{1};
-};
-
-PowerManager::PowerManager() : thread_(std::make_unique<Thread>()) {
+PowerManager::PowerManager(const QList<ResourceDescription>& resources)
+    : thread_(std::make_unique<ServiceThread<Worker>>(QStringLiteral("PowerManager"),
+                                                      [resources] { return Worker(resources); })) {
 }
 
 PowerManager::~PowerManager() = default;

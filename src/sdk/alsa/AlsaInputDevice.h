@@ -4,14 +4,15 @@
 #include <QString>
 #include <alsa/asoundlib.h>
 
-#include <cstddef>
+#include <cstdint>
 #include <memory>
 
 /// An ALSA capture device. Used in one thread at a time; the destructor closes it.
 class AlsaInputDevice {
 public:
-    /// `sampleRate` in Hz; `periodMilliseconds` is the wanted length of a period and
-    /// `bufferMilliseconds` that of the device's buffer.
+    /// `sampleRate` in Hz; a period of the device is at most about `periodMilliseconds` long, and
+    /// shorter for the sake of small reads; `bufferMilliseconds` is the wanted length of its
+    /// buffer.
     AlsaInputDevice(const QString& name, int sampleRate, unsigned channels, snd_pcm_format_t format,
                     int periodMilliseconds, int bufferMilliseconds);
     virtual ~AlsaInputDevice();
@@ -25,8 +26,12 @@ public:
     virtual int channels() const;
 
     /// Reads `frames` frames into `data`, which it resizes to what was read; waits for them.
-    /// Overruns are recovered and counted. False when the device is gone or not open.
+    /// Overruns are recovered and counted. False when the device is gone, delivers nothing for
+    /// seconds, or is not open.
     virtual bool read(QByteArray& data, int frames);
+
+    /// How often audio was lost because nobody read it. Any thread.
+    std::uint64_t overruns() const;
 
 private:
     class Private;

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "platform/alsa/Pcm.h"
+#include "platform/alsa/XrunCounter.h"
+#include "platform/player/AudioOutput.h"
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+/// An ALSA playback device. It takes 32-bit samples and converts them to the best format that the
+/// device can: S32_LE, S24_3LE, FLOAT_LE or S16_LE. At most smt::kMostInDevice of audio lie in it.
+class AlsaOutputDevice : public AudioOutput {
+public:
+    /// Opens the device. A signalled `interrupt`, which must outlive the object, ends every wait.
+    /// Throws AlsaError when the device is missing, busy, or cannot do the format's rate or number
+    /// of channels.
+    AlsaOutputDevice(const std::string& name, const AudioFormat& format,
+                     const WakeEvent& interrupt);
+
+    bool write(std::span<const std::int32_t> samples) override;
+    bool drain() override;
+    std::uint64_t underruns() const override { return underruns_.total(); }
+
+private:
+    using Converter = void (*)(std::span<const std::int32_t> samples, std::byte* to);
+
+    static Converter converterTo(snd_pcm_format_t format);
+    snd_pcm_uframes_t room();
+    bool awaitRoom();
+    void writeSome(const std::byte* bytes, snd_pcm_uframes_t frames, snd_pcm_uframes_t* done);
+    void recover(int error);
+
+    Pcm pcm_;
+    const WakeEvent& interrupt_;
+    const unsigned channels_;
+    XrunCounter underruns_;
+    snd_pcm_uframes_t most_{0};  // frames that may lie in the device
+    std::size_t frameSize_{0};   // bytes
+    Converter convert_{nullptr};
+    std::vector<std::byte> block_;  // a period in the device's format
+};
+
+}  // namespace platform

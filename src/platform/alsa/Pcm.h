@@ -1,0 +1,71 @@
+#pragma once
+
+#include "platform/WakeEvent.h"
+
+#include <alsa/asoundlib.h>
+
+#include <poll.h>
+
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+/// Why a sound device cannot be used: its ALSA name, what was tried, and the reason.
+class AlsaError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// An open PCM, in non-blocking mode. One thread.
+class Pcm {
+public:
+    /// The wanted sizes of a device's periods and buffer; it takes the nearest that it can.
+    struct Sizes {
+        snd_pcm_uframes_t period;  ///< frames
+        snd_pcm_uframes_t buffer;  ///< frames
+    };
+
+    /// Throws AlsaError.
+    Pcm(const std::string& name, snd_pcm_stream_t direction);
+
+    snd_pcm_t* get() const { return handle_.get(); }
+    const std::string& name() const { return name_; }
+
+    /// Sets up exactly this rate and number of channels, in the first of `formats` that the device
+    /// can, and returns that format. Throws AlsaError, naming what was asked for and what it can.
+    snd_pcm_format_t configure(const std::vector<snd_pcm_format_t>& formats, unsigned rate,
+                               unsigned channels, Sizes sizes);
+
+    snd_pcm_uframes_t period() const { return period_; }  ///< frames
+    snd_pcm_uframes_t buffer() const { return buffer_; }  ///< frames
+
+    /// From how many frames on a playback starts by itself, and from how many free or captured
+    /// frames on wait() returns.
+    void setThresholds(snd_pcm_uframes_t start, snd_pcm_uframes_t wake) const;
+
+    /// Waits until the device can go on, has failed, or `interrupt` is signalled (if given); at
+    /// most so long. False when only the time ran out.
+    bool wait(const WakeEvent* interrupt, std::chrono::milliseconds timeout);
+
+    /// Makes the device ready again after an underrun, overrun or suspension. Throws AlsaError when
+    /// `error` is anything else.
+    void recover(int error, const char* action) const;
+
+    /// Throws AlsaError when `result` is an error.
+    int check(int result, const std::string& action) const;
+
+private:
+    void narrow(snd_pcm_hw_params_t* params, const std::vector<snd_pcm_format_t>& formats,
+                unsigned rate, unsigned channels);
+
+    const std::string name_;
+    const std::unique_ptr<snd_pcm_t, int (*)(snd_pcm_t*)> handle_;
+    snd_pcm_uframes_t period_{0};
+    snd_pcm_uframes_t buffer_{0};
+    std::vector<pollfd> descriptors_;  // the last one is the interrupting event's
+};
+
+}  // namespace platform

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QThread>
+
+#include <functional>
+#include <latch>
+
+namespace platform {
+
+/// A worker of the platform itself in a thread of its own, for as long as the object exists. The
+/// worker's nodes are in the tree when the constructor returns, and have left it when the
+/// destructor returns.
+template <typename Worker>
+class ServiceThread final : public QThread {
+public:
+    /// `makeWorker` is called with no arguments in the thread and returns the worker.
+    template <typename MakeWorker>
+    ServiceThread(const QString& name, MakeWorker makeWorker)
+        : body_([this, makeWorker] {
+              Worker worker = makeWorker();
+              ready_.count_down();
+              exec();
+          }) {
+        setObjectName(name);
+        start();
+        ready_.wait();
+    }
+
+    ~ServiceThread() override {
+        quit();
+        wait();
+    }
+
+    ServiceThread(const ServiceThread&) = delete;
+    ServiceThread& operator=(const ServiceThread&) = delete;
+
+protected:
+    void run() override { body_(); }
+
+private:
+    std::latch ready_{1};
+    const std::function<void()> body_;
+};
+
+}  // namespace platform
