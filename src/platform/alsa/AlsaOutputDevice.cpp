@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
-#include <limits>
 
 namespace platform {
 
@@ -14,48 +12,6 @@ namespace {
 constexpr snd_pcm_uframes_t kPeriod = 256;             // frames
 constexpr std::chrono::seconds kLongestStandstill{5};  // of a device that takes nothing
 constexpr std::chrono::milliseconds kBetweenLooks{2};  // while it plays its last frames
-constexpr double kFullScale = 2147483648.0;
-
-const std::vector<snd_pcm_format_t> kFormats{SND_PCM_FORMAT_S32_LE, SND_PCM_FORMAT_S24_3LE,
-                                             SND_PCM_FORMAT_FLOAT_LE, SND_PCM_FORMAT_S16_LE};
-
-/// The upper bits of a sample, rounded; full scale stays full scale.
-template <int Bits>
-std::int32_t upperBits(std::int32_t sample) {
-    constexpr int kShift = 32 - Bits;
-    constexpr std::int64_t kHalf = std::int64_t{1} << (kShift - 1);
-    constexpr std::int64_t kLargest = (std::int64_t{1} << (Bits - 1)) - 1;
-    return static_cast<std::int32_t>(std::min((sample + kHalf) >> kShift, kLargest));
-}
-
-void toS32(std::span<const std::int32_t> samples, std::byte* to) {
-    std::memcpy(to, samples.data(), samples.size_bytes());
-}
-
-void toS24In3(std::span<const std::int32_t> samples, std::byte* to) {
-    constexpr std::size_t kSize = 3;
-    for (const std::int32_t sample : samples) {
-        const std::int32_t value = upperBits<24>(sample);
-        std::memcpy(to, &value, kSize);
-        to += kSize;
-    }
-}
-
-void toFloat(std::span<const std::int32_t> samples, std::byte* to) {
-    for (const std::int32_t sample : samples) {
-        const auto value = static_cast<float>(sample / kFullScale);
-        std::memcpy(to, &value, sizeof value);
-        to += sizeof value;
-    }
-}
-
-void toS16(std::span<const std::int32_t> samples, std::byte* to) {
-    for (const std::int32_t sample : samples) {
-        const auto value = static_cast<std::int16_t>(upperBits<16>(sample));
-        std::memcpy(to, &value, sizeof value);
-        to += sizeof value;
-    }
-}
 
 snd_pcm_uframes_t mostInDevice(unsigned rate) {
     return snd_pcm_uframes_t{rate} * smt::kMostInDevice.count() / 1000;
@@ -70,7 +26,7 @@ AlsaOutputDevice::AlsaOutputDevice(const std::string& name, const AudioFormat& f
       channels_(format.channels),
       underruns_(name, "underrun") {
     const snd_pcm_uframes_t wanted = mostInDevice(format.rate) / kPeriod * kPeriod;
-    const snd_pcm_format_t able = pcm_.configure(kFormats, format.rate, format.channels,
+    const snd_pcm_format_t able = pcm_.configure(convertibleFormats(), format.rate, format.channels,
                                                  {kPeriod, std::max(wanted, 2 * kPeriod)});
     // A device that insists on a larger buffer is filled in part.
     const snd_pcm_uframes_t bound = std::max(mostInDevice(format.rate), 2 * pcm_.period());
@@ -79,19 +35,6 @@ AlsaOutputDevice::AlsaOutputDevice(const std::string& name, const AudioFormat& f
     frameSize_ = static_cast<std::size_t>(snd_pcm_format_physical_width(able)) / 8 * channels_;
     convert_ = converterTo(able);
     block_.resize(pcm_.period() * frameSize_);
-}
-
-AlsaOutputDevice::Converter AlsaOutputDevice::converterTo(snd_pcm_format_t format) {
-    switch (format) {
-        case SND_PCM_FORMAT_S24_3LE:
-            return &toS24In3;
-        case SND_PCM_FORMAT_FLOAT_LE:
-            return &toFloat;
-        case SND_PCM_FORMAT_S16_LE:
-            return &toS16;
-        default:
-            return &toS32;
-    }
 }
 
 bool AlsaOutputDevice::write(std::span<const std::int32_t> samples) {
@@ -114,10 +57,8 @@ bool AlsaOutputDevice::write(std::span<const std::int32_t> samples) {
 void AlsaOutputDevice::writeSome(const std::byte* bytes, snd_pcm_uframes_t frames,
                                  snd_pcm_uframes_t* done) {
     const snd_pcm_uframes_t free = room();
-    if (free < std::min(frames, pcm_.period())) {
-        awaitRoom();
-        return;
-    }
+    if (free < std::min(frames, pcm_.period()))
+        return awaitRoom();
     const auto written = snd_pcm_writei(pcm_.get(), bytes, std::min(frames, free));
     if (written >= 0)
         *done += static_cast<snd_pcm_uframes_t>(written);
@@ -139,12 +80,11 @@ snd_pcm_uframes_t AlsaOutputDevice::room() {
     return most_ - std::min(queued, most_);
 }
 
-bool AlsaOutputDevice::awaitRoom() {
+void AlsaOutputDevice::awaitRoom() {
     if (snd_pcm_state(pcm_.get()) == SND_PCM_STATE_PREPARED)
         pcm_.check(snd_pcm_start(pcm_.get()), "start");
     if (!pcm_.wait(&interrupt_, kLongestStandstill))
         throw AlsaError("\"" + pcm_.name() + "\": has taken no audio for 5 s");
-    return true;
 }
 
 bool AlsaOutputDevice::drain() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/alsa/Pcm.h"
+#include "platform/alsa/SampleConversion.h"
 #include "platform/alsa/XrunCounter.h"
 #include "platform/player/AudioOutput.h"
 
@@ -26,11 +27,8 @@ public:
     std::uint64_t underruns() const override { return underruns_.total(); }
 
 private:
-    using Converter = void (*)(std::span<const std::int32_t> samples, std::byte* to);
-
-    static Converter converterTo(snd_pcm_format_t format);
     snd_pcm_uframes_t room();
-    bool awaitRoom();
+    void awaitRoom();
     void writeSome(const std::byte* bytes, snd_pcm_uframes_t frames, snd_pcm_uframes_t* done);
     void recover(int error);
 
@@ -40,7 +38,7 @@ private:
     XrunCounter underruns_;
     snd_pcm_uframes_t most_{0};  // frames that may lie in the device
     std::size_t frameSize_{0};   // bytes
-    Converter convert_{nullptr};
+    SampleConverter convert_{nullptr};
     std::vector<std::byte> block_;  // a period in the device's format
 };
 
