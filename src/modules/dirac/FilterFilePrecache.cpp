@@ -1,6 +1,6 @@
 #include "modules/dirac/FilterFilePrecache.h"
 
-#include "modules/dirac/Log.h"
+#include "modules/dirac/ScopedTrace.h"
 
 #include <QDir>
 #include <QFile>
@@ -88,6 +88,7 @@ void removeFile(const QString& name) {
 }  // namespace
 
 bool FilterFilePrecache::checkCreateCacheDir() {
+    DIRAC_SCOPED_TRACE();
     const QDir cache(directory());
     if (cache.exists())
         return true;
@@ -99,6 +100,7 @@ bool FilterFilePrecache::checkCreateCacheDir() {
 }
 
 bool FilterFilePrecache::isFilterCached(int slotIdx, int sampleRate, qint64 creationTime) {
+    DIRAC_SCOPED_TRACE();
     if (!checkCreateCacheDir())
         return false;
     const QFileInfo file(filePath(slotIdx, sampleRate, creationTime));
@@ -107,6 +109,7 @@ bool FilterFilePrecache::isFilterCached(int slotIdx, int sampleRate, qint64 crea
 
 bool FilterFilePrecache::store(int slotIdx, int sampleRate, qint64 creationTime,
                                const QVector<char>& data) {
+    DIRAC_SCOPED_TRACE();
     QFile file(directory() + QStringLiteral("tmp_") + fileName(slotIdx, sampleRate, creationTime));
     // Unbuffered, so that a full disk shows in the number of bytes written.
     file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered);
@@ -121,6 +124,7 @@ bool FilterFilePrecache::store(int slotIdx, int sampleRate, qint64 creationTime,
 }
 
 QVector<char> FilterFilePrecache::load(int slotIdx, int sampleRate, qint64 creationTime) {
+    DIRAC_SCOPED_TRACE();
     if (!isFilterCached(slotIdx, sampleRate, creationTime)) {
         LOG4CPLUS_DEBUG(logger, "Cached data not present for filter with id " << slotIdx);
         return {};
@@ -139,6 +143,7 @@ QVector<char> FilterFilePrecache::load(int slotIdx, int sampleRate, qint64 creat
 }
 
 void FilterFilePrecache::cleanup(const QMap<int, qint64>& activeIds) {
+    DIRAC_SCOPED_TRACE();
     LOG4CPLUS_DEBUG(logger, "Cleanup files");
     const QStringList names =
         QDir(directory()).entryList({QStringLiteral("*")}, QDir::Files, QDir::Unsorted);

@@ -55,6 +55,15 @@ std::optional<fs::path> unreadableFile() {
 /// A working directory of its own, with verbs for what lies in the cache directory.
 class FilterFilePrecacheTest : public testing::Test {
 protected:
+    /// The log without the traces of the functions.
+    std::vector<std::string> messages() const {
+        std::vector<std::string> lines = log.lines();
+        std::erase_if(lines, [](const std::string& line) {
+            return line.starts_with("TRACE Enter ") || line.starts_with("TRACE Leave ");
+        });
+        return lines;
+    }
+
     FilterFilePrecacheTest() {
         GTEST_FLAG_SET(death_test_style, "threadsafe");
         fs::current_path(scratch_.path());
@@ -95,7 +104,7 @@ TEST_F(FilterFilePrecacheTest, MissingDirectoryIsCreatedWithItsParents) {
     EXPECT_FALSE(FilterFilePrecache::checkCreateCacheDir());
     EXPECT_TRUE(fs::is_directory("data-rw/dirac"));
     EXPECT_TRUE(FilterFilePrecache::checkCreateCacheDir());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_THAT(messages(), IsEmpty());
 }
 
 TEST_F(FilterFilePrecacheTest, FirstQuestionCreatesTheDirectoryAndFindsNothing) {
@@ -117,8 +126,8 @@ TEST_F(FilterFilePrecacheTest, StoredDataIsTheWholeFileUnderItsName) {
     EXPECT_TRUE(FilterFilePrecache::store(2, 96000, 1700000000, bytes(1000)));
     EXPECT_THAT(files(), ElementsAre("2_96000_1700000000_data"));
     EXPECT_EQ(contentOf("2_96000_1700000000_data"), textOf(bytes(1000)));
-    EXPECT_THAT(log.lines(), ElementsAre("DEBUG Stored filter data to file "
-                                         "data-rw/dirac/2_96000_1700000000_data"));
+    EXPECT_THAT(messages(), ElementsAre("DEBUG Stored filter data to file "
+                                        "data-rw/dirac/2_96000_1700000000_data"));
 }
 
 TEST_F(FilterFilePrecacheTest, NumbersOfTheNameAreDecimalWithoutLeadingZeros) {
@@ -143,7 +152,7 @@ TEST_F(FilterFilePrecacheTest, SecondStoreOfANameStaysInTheTemporaryFile) {
     EXPECT_THAT(files(), UnorderedElementsAre("1_88200_5_data", "tmp_1_88200_5_data"));
     EXPECT_EQ(contentOf("1_88200_5_data"), textOf(bytes(10, 1)));
     EXPECT_EQ(contentOf("tmp_1_88200_5_data"), textOf(bytes(10, 50)));
-    EXPECT_EQ(log.lines().back(),
+    EXPECT_EQ(messages().back(),
               "DEBUG Stored filter data to file data-rw/dirac/tmp_1_88200_5_data");
 
     FilterFilePrecache::cleanup({{1, 5}});
@@ -159,23 +168,23 @@ TEST_F(FilterFilePrecacheTest, LeftoverTemporaryFileIsOverwritten) {
 TEST_F(FilterFilePrecacheTest, StoreDoesNotCreateTheDirectory) {
     EXPECT_FALSE(FilterFilePrecache::store(1, 88200, 5, bytes(10)));
     EXPECT_FALSE(fs::exists("data-rw"));
-    EXPECT_THAT(log.lines(), ElementsAre("ERROR Failed to write filter cache fully to "
-                                         "data-rw/dirac/tmp_1_88200_5_data"));
+    EXPECT_THAT(messages(), ElementsAre("ERROR Failed to write filter cache fully to "
+                                        "data-rw/dirac/tmp_1_88200_5_data"));
 }
 
 TEST_F(FilterFilePrecacheTest, FileThatCannotBeOpenedIsAFailedStore) {
     fs::create_directories(cachePath("tmp_1_88200_5_data"));
     EXPECT_FALSE(FilterFilePrecache::store(1, 88200, 5, bytes(10)));
-    EXPECT_THAT(log.lines(), ElementsAre("ERROR Failed to write filter cache fully to "
-                                         "data-rw/dirac/tmp_1_88200_5_data"));
+    EXPECT_THAT(messages(), ElementsAre("ERROR Failed to write filter cache fully to "
+                                        "data-rw/dirac/tmp_1_88200_5_data"));
 }
 
 TEST_F(FilterFilePrecacheTest, FullDiskIsAFailedStore) {
     FilterFilePrecache::checkCreateCacheDir();
     fs::create_symlink("/dev/full", cachePath("tmp_1_88200_5_data"));
     EXPECT_FALSE(FilterFilePrecache::store(1, 88200, 5, bytes(10)));
-    EXPECT_THAT(log.lines(), ElementsAre("ERROR Failed to write filter cache fully to "
-                                         "data-rw/dirac/tmp_1_88200_5_data"));
+    EXPECT_THAT(messages(), ElementsAre("ERROR Failed to write filter cache fully to "
+                                        "data-rw/dirac/tmp_1_88200_5_data"));
     EXPECT_FALSE(fs::exists(cachePath("1_88200_5_data")));
 }
 
@@ -206,7 +215,7 @@ TEST_F(FilterFilePrecacheTest, StoredDataIsLoaded) {
     FilterFilePrecache::store(2, 96000, 17, bytes(300));
     EXPECT_TRUE(FilterFilePrecache::isFilterCached(2, 96000, 17));
     EXPECT_EQ(FilterFilePrecache::load(2, 96000, 17), bytes(300));
-    EXPECT_EQ(log.lines().back(),
+    EXPECT_EQ(messages().back(),
               "DEBUG Loaded filter data from file data-rw/dirac/2_96000_17_data of size 300");
 }
 
@@ -220,14 +229,14 @@ TEST_F(FilterFilePrecacheTest, SlotRateAndCreationTimeMustAllMatch) {
 
 TEST_F(FilterFilePrecacheTest, MissingFileIsNotCached) {
     EXPECT_THAT(FilterFilePrecache::load(2, 96000, 17), IsEmpty());
-    EXPECT_THAT(log.lines(), ElementsAre("DEBUG Cached data not present for filter with id 2"));
+    EXPECT_THAT(messages(), ElementsAre("DEBUG Cached data not present for filter with id 2"));
 }
 
 TEST_F(FilterFilePrecacheTest, EmptyFileIsNotCached) {
     put("2_96000_17_data", "");
     EXPECT_FALSE(FilterFilePrecache::isFilterCached(2, 96000, 17));
     EXPECT_THAT(FilterFilePrecache::load(2, 96000, 17), IsEmpty());
-    EXPECT_THAT(log.lines(), ElementsAre("DEBUG Cached data not present for filter with id 2"));
+    EXPECT_THAT(messages(), ElementsAre("DEBUG Cached data not present for filter with id 2"));
 }
 
 TEST_F(FilterFilePrecacheTest, SingleByteThatIsNotZeroIsLoaded) {
@@ -238,15 +247,14 @@ TEST_F(FilterFilePrecacheTest, SingleByteThatIsNotZeroIsLoaded) {
 TEST_F(FilterFilePrecacheTest, LongFileIsLoadedUpTo1024Bytes) {
     put("2_96000_17_data", textOf(bytes(2000)));
     EXPECT_EQ(FilterFilePrecache::load(2, 96000, 17), bytes(1024));
-    EXPECT_EQ(log.lines().back(),
+    EXPECT_EQ(messages().back(),
               "DEBUG Loaded filter data from file data-rw/dirac/2_96000_17_data of size 1024");
 }
 
 TEST_F(FilterFilePrecacheTest, FileThatCannotBeOpenedIsNotUsed) {
     fs::create_directories(cachePath("2_96000_17_data/something"));
     EXPECT_THAT(FilterFilePrecache::load(2, 96000, 17), IsEmpty());
-    EXPECT_THAT(log.lines(),
-                ElementsAre("ERROR Failed to open file data-rw/dirac/2_96000_17_data"));
+    EXPECT_THAT(messages(), ElementsAre("ERROR Failed to open file data-rw/dirac/2_96000_17_data"));
 }
 
 TEST_F(FilterFilePrecacheTest, FileWithoutReadPermissionIsNotUsed) {
@@ -255,8 +263,7 @@ TEST_F(FilterFilePrecacheTest, FileWithoutReadPermissionIsNotUsed) {
     fs::permissions(cachePath("2_96000_17_data"), fs::perms::none);
     const OrdinaryUser user;
     EXPECT_THAT(FilterFilePrecache::load(2, 96000, 17), IsEmpty());
-    EXPECT_THAT(log.lines(),
-                ElementsAre("ERROR Failed to open file data-rw/dirac/2_96000_17_data"));
+    EXPECT_THAT(messages(), ElementsAre("ERROR Failed to open file data-rw/dirac/2_96000_17_data"));
 }
 
 TEST_F(FilterFilePrecacheTest, FileThatGivesNothingIsNotUsed) {
@@ -266,16 +273,16 @@ TEST_F(FilterFilePrecacheTest, FileThatGivesNothingIsNotUsed) {
     FilterFilePrecache::checkCreateCacheDir();
     fs::create_symlink(*unreadable, cachePath("2_96000_17_data"));
     EXPECT_THAT(FilterFilePrecache::load(2, 96000, 17), IsEmpty());
-    EXPECT_THAT(log.lines(), ElementsAre("ERROR Failed to read filter cache from "
-                                         "data-rw/dirac/2_96000_17_data: 0"));
+    EXPECT_THAT(messages(), ElementsAre("ERROR Failed to read filter cache from "
+                                        "data-rw/dirac/2_96000_17_data: 0"));
 }
 
 TEST_F(FilterFilePrecacheTest, FileOfOnlyZerosIsDeletedAndNotUsed) {
     put("2_96000_17_data", std::string(500, '\0'));
     EXPECT_THAT(FilterFilePrecache::load(2, 96000, 17), IsEmpty());
     EXPECT_THAT(files(), IsEmpty());
-    EXPECT_THAT(log.lines(), ElementsAre("ERROR The filter cache file contains only zeroes, not "
-                                         "using data of: data-rw/dirac/2_96000_17_data"));
+    EXPECT_THAT(messages(), ElementsAre("ERROR The filter cache file contains only zeroes, not "
+                                        "using data of: data-rw/dirac/2_96000_17_data"));
 }
 
 TEST_F(FilterFilePrecacheTest, OnlyTheBytesReadCountAsZeros) {
@@ -310,15 +317,15 @@ TEST_F(FilterFilePrecacheTest, CleanupKeepsTheFilesOfActiveSlotsWhateverTheirRat
 TEST_F(FilterFilePrecacheTest, CleanupSaysWhatItKeeps) {
     put("5_48000_123_data", "x");
     FilterFilePrecache::cleanup({{5, 123}});
-    EXPECT_THAT(log.lines(), ElementsAre("DEBUG Cleanup files",
-                                         "TRACE Checking file id 5 createTime 123 expected "
-                                         "creationTime 123"));
+    EXPECT_THAT(messages(), ElementsAre("DEBUG Cleanup files",
+                                        "TRACE Checking file id 5 createTime 123 expected "
+                                        "creationTime 123"));
 }
 
 TEST_F(FilterFilePrecacheTest, CleanupSaysWhyItRemovesAnOldFile) {
     put("5_48000_124_data", "x");
     FilterFilePrecache::cleanup({{5, 123}});
-    EXPECT_THAT(log.lines(),
+    EXPECT_THAT(messages(),
                 ElementsAre("DEBUG Cleanup files",
                             "TRACE Checking file id 5 createTime 124 expected creationTime 123",
                             "DEBUG Id or creation time does not match any of the active ids",
@@ -328,7 +335,7 @@ TEST_F(FilterFilePrecacheTest, CleanupSaysWhyItRemovesAnOldFile) {
 TEST_F(FilterFilePrecacheTest, CleanupExpectsMinusOneOfAnUnknownSlot) {
     put("5_48000_-1_data", "x");
     FilterFilePrecache::cleanup({});
-    EXPECT_THAT(log.lines(),
+    EXPECT_THAT(messages(),
                 Contains("TRACE Checking file id 5 createTime -1 expected creationTime -1"));
     EXPECT_THAT(files(), IsEmpty()) << "the slot is unknown all the same";
 }
@@ -337,7 +344,7 @@ TEST_F(FilterFilePrecacheTest, CleanupSaysWhyItRemovesAnUnrecognisedFile) {
     put("notes.txt", "x");
     FilterFilePrecache::cleanup({{5, 123}});
     EXPECT_THAT(
-        log.lines(),
+        messages(),
         ElementsAre("DEBUG Cleanup files",
                     "DEBUG Found unrecognized file in dirac cache folder, removing notes.txt",
                     "DEBUG Removing old or unrecognized cache file notes.txt"));
@@ -351,7 +358,7 @@ TEST_F(FilterFilePrecacheTest, CleanupLeavesDirectoriesAlone) {
 
 TEST_F(FilterFilePrecacheTest, CleanupWithoutADirectoryDoesNothing) {
     FilterFilePrecache::cleanup({});
-    EXPECT_THAT(log.lines(), ElementsAre("DEBUG Cleanup files"));
+    EXPECT_THAT(messages(), ElementsAre("DEBUG Cleanup files"));
     EXPECT_FALSE(fs::exists("data-rw"));
 }
 
@@ -366,6 +373,23 @@ TEST_F(FilterFilePrecacheTest, CleanupGoesOnAfterAFileThatCannotBeRemoved) {
     }
     fs::permissions("data-rw/dirac", fs::perms(0755));
     EXPECT_THAT(files(), UnorderedElementsAre("one.txt", "two.txt"));
-    EXPECT_THAT(log.lines(), Contains("ERROR Failed to remove cache file one.txt"));
-    EXPECT_THAT(log.lines(), Contains("ERROR Failed to remove cache file two.txt"));
+    EXPECT_THAT(messages(), Contains("ERROR Failed to remove cache file one.txt"));
+    EXPECT_THAT(messages(), Contains("ERROR Failed to remove cache file two.txt"));
+}
+
+// Traces.
+
+TEST_F(FilterFilePrecacheTest, TracesEachFunction) {
+    FilterFilePrecache::cleanup({});
+    FilterFilePrecache::load(1, 48000, 2);
+    FilterFilePrecache::store(1, 48000, 2, bytes(3));
+    for (const char* const signature :
+         {"static bool FilterFilePrecache::checkCreateCacheDir()",
+          "static bool FilterFilePrecache::isFilterCached(int, int, qint64)",
+          "static bool FilterFilePrecache::store(int, int, qint64, const QVector<char>&)",
+          "static QVector<char> FilterFilePrecache::load(int, int, qint64)",
+          "static void FilterFilePrecache::cleanup(const QMap<int, long long int>&)"}) {
+        EXPECT_THAT(log.lines(), Contains("TRACE Enter " + std::string(signature)));
+        EXPECT_THAT(log.lines(), Contains("TRACE Leave " + std::string(signature)));
+    }
 }
