@@ -1,30 +1,18 @@
 #include "modules/dirac/Dirac.h"
 #include "modules/dirac/RpcHandler.h"
 #include "modules/dirac/ScopedTrace.h"
+#include "modules/dirac/Truncation.h"
 #include "sdk/cm/VeskPaths.h"
 #include "sdk/records/VeskPlayerRecords.h"
 #include "sdk/services/SystemAttenuationProxy.h"
 
 #include <array>
-#include <cmath>
-#include <limits>
 
 namespace {
 
 constexpr std::array kStimuliGainPaths{
     &VeskTalvorCorbelDiracStimuliGainDB0, &VeskTalvorCorbelDiracStimuliGainDB1,
     &VeskTalvorCorbelDiracStimuliGainDB2, &VeskTalvorCorbelDiracStimuliGainDB3};
-
-/// Truncates toward zero; saturates, and NaN gives 0.
-int truncated(double value) {
-    if (std::isnan(value))
-        return 0;
-    if (value <= std::numeric_limits<int>::min())
-        return std::numeric_limits<int>::min();
-    if (value >= std::numeric_limits<int>::max())
-        return std::numeric_limits<int>::max();
-    return static_cast<int>(value);
-}
 
 QString serviceOf(const VeskPlayLogicData& data) {
     return data.mediaRoles().mediaData().metaData().serviceID();

@@ -2,7 +2,9 @@
 #include "modules/dirac/ScopedTrace.h"
 #include "modules/dirac/SectionTopology.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <initializer_list>
 
 namespace {
 
@@ -38,6 +40,13 @@ grpc::Status checkBiquads(const dio::endpoint::IIR& iir) {
 
 grpc::Status checkTaps(const dio::endpoint::FIR& fir) {
     return checkSize(fir.taps_size(), kMaxTaps, " taps in one cell");
+}
+
+/// OK when all are.
+grpc::Status firstFailure(std::initializer_list<grpc::Status> checks) {
+    const auto* const failure = std::find_if(checks.begin(), checks.end(),
+                                             [](const grpc::Status& check) { return !check.ok(); });
+    return failure == checks.end() ? grpc::Status::OK : *failure;
 }
 
 void report(grpc::ServerWriter<dio::endpoint::Progress>* writer, float value) {
@@ -119,11 +128,10 @@ grpc::Status RpcHandler::SetCellIIR(grpc::ServerContext*, const dio::endpoint::I
     DIRAC_SCOPED_TRACE("Variant " << variant);
     const SlotsLock lock = lockSlots();
     const auto cell = transferCell_;
-    for (const grpc::Status& check :
-         {isFilterTransferValid(cell, variant), checkBiquads(*request), isTransferOpen()}) {
-        if (!check.ok())
-            return check;
-    }
+    const grpc::Status valid = firstFailure(
+        {isFilterTransferValid(cell, variant), checkBiquads(*request), isTransferOpen()});
+    if (!valid.ok())
+        return valid;
     const grpc::Status room = reserve(0, request->biquads_size());
     if (!room.ok())
         return room;
@@ -140,12 +148,11 @@ grpc::Status RpcHandler::SetCellFIIR(grpc::ServerContext*, const dio::endpoint::
     DIRAC_SCOPED_TRACE("Variant " << variant);
     const SlotsLock lock = lockSlots();
     const auto cell = transferCell_;
-    for (const grpc::Status& check :
-         {isFilterTransferValid(cell, variant), checkTaps(request->fir()),
-          checkBiquads(request->iir()), isTransferOpen()}) {
-        if (!check.ok())
-            return check;
-    }
+    const grpc::Status valid =
+        firstFailure({isFilterTransferValid(cell, variant), checkTaps(request->fir()),
+                      checkBiquads(request->iir()), isTransferOpen()});
+    if (!valid.ok())
+        return valid;
     const auto& taps = request->fir().taps();
     const grpc::Status room = reserve(taps.size(), request->iir().biquads_size());
     if (!room.ok())
@@ -163,10 +170,10 @@ grpc::Status RpcHandler::SetCellDelayGain(grpc::ServerContext*,
     DIRAC_SCOPED_TRACE("Variant " << variant);
     const SlotsLock lock = lockSlots();
     const auto cell = transferCell_;
-    for (const grpc::Status& check : {isFilterTransferValid(cell, variant), isTransferOpen()}) {
-        if (!check.ok())
-            return check;
-    }
+    const grpc::Status valid =
+        firstFailure({isFilterTransferValid(cell, variant), isTransferOpen()});
+    if (!valid.ok())
+        return valid;
     transfer_->bassControl.at(static_cast<std::size_t>(variant))
         .setDelayGainForCell(addressOf(*cell), request->delay(), request->gain());
     transfer_->hasBassControl = true;

@@ -38,18 +38,7 @@ void setRange(dio::endpoint::GainInfo& range, double minimum) {
 
 }  // namespace
 
-ServerInfo::ServerInfo(DeviceInfo device)
-    : manufacturer(std::move(device.manufacturer)),
-      deviceName(std::move(device.deviceName)),
-      modelName(std::move(device.modelName)),
-      uuid(std::move(device.uuid)),
-      speakers(std::move(device.speakers)),
-      mics(std::move(device.mics)),
-      numberOfSlots(device.numberOfSlots),
-      extraInfo(std::move(device.extraInfo)),
-      stimuliSampleRate(device.stimuliSampleRate),
-      stimuliChannels(device.stimuliChannels),
-      ipcKey(device.ipcKey) {
+ServerInfo::ServerInfo(DeviceInfo device) : DeviceInfo(std::move(device)) {
     describeStreaming();
     describeLogSweeps();
     describePinkNoises();

@@ -5,31 +5,17 @@
 #include <endpoint.pb.h>
 
 #include <atomic>
-#include <cstdint>
-#include <string>
 #include <vector>
 
 /// The device as the calibration endpoint describes it to a client. Built once per server start in
 /// the worker's thread, then only read, by any thread; only the microphone gain changes.
 ///
 /// Element i of each list describes variant i. The messages are copied into answers as they are.
-class ServerInfo {
+class ServerInfo : public DeviceInfo {
 public:
     /// Reads the lower end of the speaker gain from the player's volume map, which must not be
     /// empty: an empty one ends the process.
     explicit ServerInfo(DeviceInfo device);
-
-    std::string manufacturer;
-    std::string deviceName;
-    std::string modelName;
-    std::string uuid;
-    std::vector<DeviceInfo::Speaker> speakers;
-    std::vector<std::string> mics;
-    std::uint32_t numberOfSlots{0};
-    std::string extraInfo;
-    std::int32_t stimuliSampleRate{0};  ///< Hz
-    std::uint32_t stimuliChannels{0};
-    std::int32_t ipcKey{0};
 
     dio::endpoint::StreamingInfo streamingInfo;
     std::vector<dio::endpoint::LogSweepInfo> logSweepInfos;

@@ -1,12 +1,11 @@
 #include "modules/dirac/SlotConversion.h"
 
+#include "modules/dirac/Truncation.h"
+
 #include <QVariantList>
 
-#include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdint>
-#include <limits>
 
 namespace {
 
@@ -31,15 +30,6 @@ Excess convertEach(const char* name, const QVariantList& list, int count,
             return std::string(name) + " " + std::to_string(i) + ": " + *excess;
     }
     return std::nullopt;
-}
-
-/// Toward zero; what no integer can hold becomes the nearest one, not-a-number 0.
-std::int32_t truncated(double value) {
-    if (std::isnan(value))
-        return 0;
-    using Limits = std::numeric_limits<std::int32_t>;
-    return static_cast<std::int32_t>(
-        std::clamp(value, double{Limits::min()}, double{Limits::max()}));
 }
 
 void convertTap(const QVariant& tap, float& place) {
