@@ -20,6 +20,8 @@ using platform::Speaker;
 
 constexpr int kLowestSampleRate = 8000;     // Hz
 constexpr int kHighestSampleRate = 192000;  // Hz
+// A slot that was calibrated with one speaker cannot be read back: the next start would end there.
+constexpr std::size_t kFewestSpeakers = 2;
 constexpr unsigned kMostSlots = 256;
 constexpr unsigned kMostChannels = 64;
 constexpr std::size_t kMostMicrophones = 64;
@@ -74,7 +76,7 @@ Speaker speaker(const JsonReader& value) {
 
 QList<Speaker> speakers(const JsonReader& value) {
     QList<Speaker> result;
-    for (const auto& element : value.list(1, DiracLimits::speakers))
+    for (const auto& element : value.list(kFewestSpeakers, DiracLimits::speakers))
         result.append(speaker(element));
     return result;
 }
