@@ -24,8 +24,10 @@ constexpr std::size_t kLongestPath = sizeof(sockaddr_un::sun_path) - 1;  // byte
 /// Whether somebody accepts connections there: a device that was killed leaves its socket behind.
 bool isServed(const fs::path& path) {
     const std::string text = path.string();
+    if (text.size() > kLongestPath)
+        return false;
     const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (client < 0 || text.size() > kLongestPath)
+    if (client < 0)
         return false;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
