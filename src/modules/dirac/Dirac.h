@@ -107,6 +107,7 @@ private:
     // Slots settings and menu (DiracMenu.cpp).
     static int activeSlotOf(const VeskDiracSlotsList& list);
     void initUIMenuNode();
+    void writeRuntime(VeskValue settings);
     void updateUiMenuNode(const VeskDiracSlotsList& list);
     void appendMenuRow(const TrString& title, int slotIdx);
     void selectInMenu(int slotIdx, MenuOrigin origin);

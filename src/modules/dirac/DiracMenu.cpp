@@ -144,9 +144,22 @@ void Dirac::on_slotsSettings_changes(const VeskValue& value) {
         list.setActiveSlot(VeskDiracSlot(all.last()).slotIdx());
         copy.setDiracSlotsList(list);
     }
-    CMRoot()->setValue(VeskDiracSlotsRuntimePath(), copy, {});
+    writeRuntime(copy);
     CMRoot()->setValue(VeskTalvorCorbelDiracSlotsUpdatePath(), VeskValue::ofI32(all.size()), {});
     updateUiMenuNode(list);
+}
+
+/// While a stimulus plays both stages stay off, whatever the settings have become. Under the lock,
+/// so that the bypass either is seen here or comes after this write.
+void Dirac::writeRuntime(VeskValue settings) {
+    const auto lock = rpcHandler ? rpcHandler->lockSlots() : RpcHandler::SlotsLock();
+    if (rpcHandler && rpcHandler->isFilterBypassed()) {
+        VeskDiracSlotsList bypassed = settings.diracSlotsList();
+        bypassed.setDelayGainEnabled(false);
+        bypassed.setFilteringEnabled(false);
+        settings.setDiracSlotsList(bypassed);
+    }
+    CMRoot()->setValue(VeskDiracSlotsRuntimePath(), settings, {});
 }
 
 void Dirac::updateUiMenuNode(const VeskDiracSlotsList& list) {

@@ -5,6 +5,7 @@
 #include "modules/dirac/common/FilterManager.h"
 #include "sdk/records/VeskPlayerRecords.h"
 
+#include <QMutex>
 #include <endpoint.grpc.pb.h>
 
 #include <atomic>
@@ -18,6 +19,10 @@
 
 class AudioRecorderFactory;
 class Dirac;
+
+namespace smt {
+class Sender;
+}
 
 /// The calibration endpoint: one object per start of the server, which keeps it alive.
 ///
@@ -45,6 +50,8 @@ public:
     void notifyActiveSlot(int slot);
     /// The player changed its state while, or after, the module's own source played.
     void notifyPlayerStateChanged(VeskPlayLogicState::Enum state);
+    /// Whether a stimulus plays, or is about to: the runtime slots keep both stages off.
+    bool isFilterBypassed();
 
     // ---- Topology (RpcHandlerTopology.cpp) ----
 
@@ -99,6 +106,21 @@ public:
                                   dio::endpoint::OperationMode*) override;
     grpc::Status SetOperationMode(grpc::ServerContext*, const dio::endpoint::OperationMode*,
                                   dio::endpoint::Void*) override;
+
+    // ---- Stimuli (RpcHandlerStimuli.cpp) ----
+
+    grpc::Status PrepareStimuli(grpc::ServerContext*, const dio::endpoint::StimuliPrepare*,
+                                dio::endpoint::Void*) override;
+    grpc::Status StartStimuli(grpc::ServerContext*, const dio::endpoint::StimuliStart*,
+                              grpc::ServerWriter<dio::endpoint::Progress>*) override;
+
+    // ---- Recording (RpcHandlerRecording.cpp) ----
+
+    grpc::Status StartRecordingStimuli(grpc::ServerContext*, const dio::endpoint::StimuliStart*,
+                                       grpc::ServerWriter<dio::endpoint::AudioBuffers>*) override;
+    grpc::Status StartStreaming(grpc::ServerContext*,
+                                grpc::ServerReaderWriter<dio::endpoint::AudioBuffers,
+                                                         dio::endpoint::AudioBuffers>*) override;
 
     // ---- Slots (RpcHandlerSlots.cpp) ----
 
@@ -155,6 +177,8 @@ private:
         std::size_t biquads{0};
     };
 
+    class Playback;
+
     static grpc::Status invalidArgument(const std::string& message);
 
     void mapSpeakersToInputs();
@@ -163,6 +187,24 @@ private:
     void listVariants(dio::endpoint::CellInfo& cell) const;
 
     bool isStimuliChannel(int channel) const;
+
+    dio::endpoint::StimuliPrepare preparedStimulus();
+    std::vector<int> speakersOf(const dio::endpoint::StimuliPrepare& prepared) const;
+    bool isSubwooferFirst(const dio::endpoint::StimuliPrepare& prepared) const;
+    bool isPlayable(int speaker) const;
+    bool isVariantInRange(const dio::endpoint::StimuliPrepare& prepared) const;
+    grpc::Status isStimulusValid(const dio::endpoint::StimuliPrepare& prepared) const;
+    bool hasEnded(const grpc::ServerContext& context) const;
+    bool awaitStart(const grpc::ServerContext& context, std::uint64_t startTime) const;
+    std::vector<float> generateStimulus(const dio::endpoint::StimuliPrepare& prepared) const;
+    void playStimuli(grpc::ServerContext* context, const dio::endpoint::StimuliStart* request,
+                     const dio::endpoint::StimuliPrepare& prepared,
+                     grpc::ServerWriter<dio::endpoint::Progress>* writer);
+    void bypassFilter();
+    void restoreFilter();
+    void publishSender(smt::Sender* sender);
+
+    std::unique_lock<QMutex> lockRecording(const grpc::ServerContext& context);
 
     bool isSlot(int index) const;
     grpc::Status isFilterTransferValid(std::shared_ptr<dio::endpoint::CellIndex> cell,
@@ -190,6 +232,23 @@ private:
     // Guarded by slotsMutex_. Null: no cell has been set, no transfer is open.
     std::shared_ptr<dio::endpoint::CellIndex> transferCell_;
     std::shared_ptr<FilterTransfer> transfer_;
+
+    bool isFilterBypassed_{false};  // guarded by slotsMutex_
+
+    std::mutex preparedStimulusMutex_;
+    dio::endpoint::StimuliPrepare preparedStimulus_;  // guarded by the mutex
+
+    // A playback begins and ends with this mutex, in which it waits for the streamer.
+    std::mutex playbacksMutex_;
+    int playbacks_{0};      // guarded by playbacksMutex_
+    QMutex playbackMutex_;  // held by StartStimuli while it plays
+    // Set when a playback starts. A normal end leaves it set, until the player stops.
+    std::atomic<bool> playbackActive_{false};
+    std::mutex stimulusSenderMutex_;
+    smt::Sender* stimulusSender_{nullptr};  // guarded by the mutex; null unless a stimulus plays
+
+    std::mutex measurementMutex_;  // held by StartRecordingStimuli
+    QMutex recordingMutex_;        // held while the microphone is captured
 
     std::atomic<bool> shuttingDown_{false};
     std::mutex notificationClientMutex_;  // held by the one connected notification stream

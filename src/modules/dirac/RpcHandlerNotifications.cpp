@@ -79,8 +79,3 @@ void RpcHandler::notifyActiveSlot(int slot) {
     const SlotsLock lock = lockSlots();
     filterManager_->setActiveSlot(slot);
 }
-
-void RpcHandler::notifyPlayerStateChanged(VeskPlayLogicState::Enum state) {
-    DIRAC_SCOPED_TRACE();
-    LOG4CPLUS_DEBUG(logger, "notifyPlayerStateChanged: " << VeskPlayLogicState::toString(state));
-}
