@@ -5,11 +5,16 @@
 #include "calibrate/DeviceAddress.h"
 #include "calibrate/EndpointClient.h"
 #include "calibrate/Errors.h"
+#include "calibrate/Gains.h"
 #include "calibrate/Info.h"
+#include "calibrate/Mode.h"
+#include "calibrate/Play.h"
+#include "calibrate/Record.h"
 #include "calibrate/Rename.h"
 #include "calibrate/Slots.h"
 #include "calibrate/Text.h"
 #include "calibrate/Upload.h"
+#include "calibrate/Watch.h"
 
 #include <CLI/CLI.hpp>
 
@@ -67,6 +72,12 @@ public:
         addActivate();
         addRename();
         addDelete();
+        addGains();
+        addMode();
+        addSweep();
+        addNoise();
+        addRecord();
+        addWatch();
     }
 
     int run(std::vector<std::string> arguments, const Environment& environment) {
@@ -214,6 +225,128 @@ private:
         command->add_flag("--yes", deleteConfirmed_, "Do not ask");
     }
 
+    void addGains() {
+        auto* command =
+            addVerb("gains", "Show the gains and their ranges, or set them",
+                    [this](auto& client, const auto& console) { gains(client, gains_, console); });
+        addGainOption(command, "--speakers", gains_.speaker, "Gain of all speakers, the volume");
+        addGainOption(command, "--microphone", gains_.microphone, "Gain of the microphone");
+        auto* stimulus =
+            addGainOption(command, "--stimulus", gains_.stimulus, "Gain of played stimuli");
+        addSpeakerOption(command, gains_.speakers)->needs(stimulus);
+    }
+
+    void addMode() {
+        auto* command =
+            addVerb("mode", "Show what the device's processing does, or switch it",
+                    [this](auto& client, const auto& console) { mode(client, mode_, console); });
+        addSwitch(command, "--correction", mode_.correction, "The filter of the active slot");
+        addSwitch(command, "--gain-delay", mode_.gainAndDelay,
+                  "The alignment of the speakers in gain and delay");
+    }
+
+    void addSweep() {
+        auto* command = addVerb(
+            "sweep", "Play a sweep through the speakers, one after the other",
+            [this](auto& client, const auto& console) { sweep(client, playing(), console); });
+        addStimulusOptions(command);
+    }
+
+    void addNoise() {
+        auto* command = addVerb("noise", "Play pink noise through the speakers, in turn",
+                                [this](auto& client, const auto& console) {
+                                    noise(client, playing(), duration(), console);
+                                });
+        addStimulusOptions(command);
+        addDuration(command, "How long to play; default: until Ctrl-C");
+    }
+
+    void addRecord() {
+        auto* command =
+            addVerb("record", "Record the device's microphone to a WAV file",
+                    [this](auto& client, const auto& console) { runRecord(client, console); });
+        command->add_option("OUT.wav", recordFile_, "The file, of 32-bit floats")->required();
+        command->add_flag("--force", record_.overwrite, "Replace the file if it exists");
+        command->add_option("--mic", record_.microphone, "Microphone, from 0; default: 0")
+            ->type_name("N");
+        addDuration(command, "How long to record; default: until the stimulus ends, or Ctrl-C");
+        auto* stimulus =
+            command->add_option("--stimulus", recordStimulus_, "What the device plays meanwhile")
+                ->type_name("sweep|noise")
+                ->check(CLI::IsMember({"sweep", "noise"}));
+        for (auto* option : addStimulusOptions(command))
+            option->needs(stimulus);
+    }
+
+    void runRecord(EndpointClient& client, const Console& console) {
+        record_.file = recordFile_;
+        record_.duration = duration();
+        record_.playing = playing();
+        if (recordStimulus_) {
+            record_.stimulus = *recordStimulus_ == "noise" ? protocol::STIMULUS_TYPE_PINK_NOISE
+                                                           : protocol::STIMULUS_TYPE_LOG_SWEEP;
+        }
+        record(client, record_, console);
+    }
+
+    void addWatch() {
+        auto* command = addVerb(
+            "watch", "Print a line for each change on the device's side",
+            [this](auto& client, const auto& console) { watch(client, watchCount_, console); });
+        command->add_option("--count", watchCount_, "End after so many lines; default: at Ctrl-C")
+            ->type_name("N")
+            ->check(between(1, 1e9));
+    }
+
+    std::vector<CLI::Option*> addStimulusOptions(CLI::App* command) {
+        return {addSpeakerOption(command, playing_.speakers),
+                command->add_option("--variant", playing_.variant, "Variant; default: 0")
+                    ->type_name("N"),
+                command->add_option("--start-in", startIn_, "Wait before playing; default: 0")
+                    ->type_name("MS")
+                    ->check(between(0, 600000)),
+                addGainOption(command, "--gain", playing_.gain,
+                              "Gain while it plays; default: what is set")};
+    }
+
+    StimulusOptions playing() const {
+        StimulusOptions options = playing_;
+        options.startIn = std::chrono::milliseconds(startIn_);
+        return options;
+    }
+
+    void addDuration(CLI::App* command, const std::string& description) {
+        command->add_option("--duration", duration_, description)
+            ->type_name("S")
+            ->check(between(0.1, 20000));
+    }
+
+    std::optional<std::chrono::duration<double>> duration() const {
+        return duration_ ? std::optional(std::chrono::duration<double>(*duration_)) : std::nullopt;
+    }
+
+    static CLI::Option* addSpeakerOption(CLI::App* command, std::vector<std::string>& speakers) {
+        return addRepeatable(command, "--speaker", speakers,
+                             "Name or index; may be repeated; default: all")
+            ->type_name("SPEAKER");
+    }
+
+    static CLI::Option* addGainOption(CLI::App* command, const std::string& name,
+                                      std::optional<double>& gain, const std::string& description) {
+        return command->add_option(name, gain, description)
+            ->type_name("DB")
+            ->check(between(-200, 60));
+    }
+
+    static void addSwitch(CLI::App* command, const std::string& name, std::optional<bool>& value,
+                          const std::string& description) {
+        command
+            ->add_option_function<std::string>(
+                name, [&value](const std::string& text) { value = text == "on"; }, description)
+            ->type_name("on|off")
+            ->check(CLI::IsMember({"on", "off"}));
+    }
+
     static void addTextOption(CLI::App* command, const std::string& name,
                               std::optional<std::string>& value, const std::string& description) {
         command->add_option(name, value, description)->check(checkSlotText)->type_name("TEXT");
@@ -241,6 +374,15 @@ private:
     RenameOptions rename_;
     int deleteSlot_{0};
     bool deleteConfirmed_{false};
+    GainsOptions gains_;
+    ModeOptions mode_;
+    StimulusOptions playing_;
+    int startIn_{0};                  // ms
+    std::optional<double> duration_;  // s
+    RecordOptions record_;
+    std::string recordFile_;
+    std::optional<std::string> recordStimulus_;
+    std::optional<std::uint64_t> watchCount_;
 };
 
 /// One line, whatever the message holds.

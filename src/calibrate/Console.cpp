@@ -51,6 +51,12 @@ void Console::print(const nlohmann::ordered_json& result) const {
     environment_.out << result.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
 }
 
+void Console::printLine(const std::string& text, const nlohmann::ordered_json& result) const {
+    using Json = nlohmann::ordered_json;
+    environment_.out << (json_ ? result.dump(-1, ' ', false, Json::error_handler_t::replace) : text)
+                     << std::endl;
+}
+
 void Console::report(const std::string& text, const nlohmann::ordered_json& result) const {
     if (json_)
         print(result);

@@ -21,7 +21,8 @@ struct Environment {
     std::stop_token stop;
 };
 
-/// How the command talks. Results go to standard output, everything else to standard error.
+/// How the command talks. Results, and the notes that belong to them, go to standard output;
+/// progress, warnings, questions and errors to standard error.
 class Console {
 public:
     Console(const Environment& environment, bool json, bool quiet)
@@ -30,15 +31,22 @@ public:
     /// Whether the result is wanted as JSON.
     bool json() const { return json_; }
 
+    /// Whether success need not be told.
+    bool quiet() const { return quiet_; }
+
     /// Standard output, for the text of a result that the user asked for.
     std::ostream& out() const { return environment_.out; }
 
     void print(const nlohmann::ordered_json& result) const;
 
+    /// Prints one line of a result that grows while the command runs, at once: `text`, or `result`
+    /// when JSON is wanted.
+    void printLine(const std::string& text, const nlohmann::ordered_json& result) const;
+
     /// Says what was done: `text` on a line, or `result` when JSON is wanted.
     void report(const std::string& text, const nlohmann::ordered_json& result) const;
 
-    /// Says what is going on; silent when quiet or when JSON is wanted.
+    /// Tells a detail of the result in words; silent when quiet or when JSON is wanted.
     void note(const std::string& text) const;
 
     /// Says what the user should look at; never silent.

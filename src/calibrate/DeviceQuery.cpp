@@ -50,6 +50,14 @@ std::vector<protocol::SpeakerInfo> readSpeakers(EndpointClient& client,
     return speakers;
 }
 
+std::vector<std::string> readSpeakerNames(EndpointClient& client,
+                                          const protocol::DeviceInfo& device) {
+    std::vector<std::string> names;
+    for (const auto& speaker : readSpeakers(client, device))
+        names.push_back(speaker.name());
+    return names;
+}
+
 SlotTable readSlots(EndpointClient& client, const protocol::DeviceInfo& device) {
     SlotTable table;
     const int count = plausibleCount(device.num_slots(), "slots");

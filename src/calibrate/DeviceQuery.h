@@ -80,6 +80,8 @@ struct Topology {
 
 std::vector<protocol::SpeakerInfo> readSpeakers(EndpointClient& client,
                                                 const protocol::DeviceInfo& device);
+std::vector<std::string> readSpeakerNames(EndpointClient& client,
+                                          const protocol::DeviceInfo& device);
 SlotTable readSlots(EndpointClient& client, const protocol::DeviceInfo& device);
 Topology readTopology(EndpointClient& client);
 

@@ -7,7 +7,10 @@
 #include <grpcpp/grpcpp.h>
 
 #include <algorithm>
+#include <atomic>
+#include <optional>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 namespace calibrate {
@@ -31,6 +34,8 @@ DeviceError::Reason reasonOf(grpc::StatusCode code) {
             return DeviceError::Reason::timeout;
         case grpc::StatusCode::UNIMPLEMENTED:
             return DeviceError::Reason::notOffered;
+        case grpc::StatusCode::RESOURCE_EXHAUSTED:
+            return DeviceError::Reason::occupied;
         case grpc::StatusCode::INVALID_ARGUMENT:
         case grpc::StatusCode::OUT_OF_RANGE:
         case grpc::StatusCode::NOT_FOUND:
@@ -40,21 +45,34 @@ DeviceError::Reason reasonOf(grpc::StatusCode code) {
     }
 }
 
+/// Whether the call failed here, because the device sent a message beyond every bound.
+bool isTooLarge(const grpc::Status& status) {
+    return status.error_code() == grpc::StatusCode::RESOURCE_EXHAUSTED &&
+           status.error_message().find("message larger than max") != std::string::npos;
+}
+
 /// The part of a connection error that people understand: "Connection refused".
 std::string innermost(const std::string& text) {
     const auto colon = text.rfind(": ");
     return colon == std::string::npos ? text : text.substr(colon + 2);
 }
 
-std::string secondsText(std::chrono::milliseconds time) {
-    const auto count = static_cast<double>(time.count()) / 1000;
-    return fixed(count, time.count() % 1000 == 0 ? 0 : 1) + " s";
-}
-
 protocol::Index indexOf(int value) {
     protocol::Index index;
     index.set_value(value);
     return index;
+}
+
+protocol::Gain gainOf(double decibels) {
+    protocol::Gain gain;
+    gain.set_gain(decibels);
+    return gain;
+}
+
+protocol::StimuliStart startAt(std::uint64_t time) {
+    protocol::StimuliStart start;
+    start.set_start_time(time);
+    return start;
 }
 
 protocol::Variant variantOf(int id) {
@@ -65,7 +83,7 @@ protocol::Variant variantOf(int id) {
 
 }  // namespace
 
-/// The channel, and the one way in which a call is made.
+/// The channel, and the two ways in which a call is made.
 class EndpointClient::Connection {
 public:
     Connection(const DeviceAddress& address, std::chrono::milliseconds timeout,
@@ -97,15 +115,41 @@ public:
         });
     }
 
+    /// A stream that is being opened by `open`, a function of the context, the queue and the tag.
+    template <class Message, class Open>
+    std::unique_ptr<EndpointStream<Message>> openStream(const char* name, Open open) {
+        if (stopRequested())
+            throw Interrupted("interrupted");
+        return std::make_unique<Stream<Message, Open>>(name, *this, open);
+    }
+
+    void uninterrupted(const std::function<void()>& calls) {
+        const bool before = std::exchange(heedsStop_, false);
+        const auto restore = [&](void*) { heedsStop_ = before; };
+        const std::unique_ptr<void, decltype(restore)> atEnd(this, restore);
+        calls();
+    }
+
+    Stub& stub() const { return *stub_; }
+    std::chrono::milliseconds timeout() const { return timeout_; }
+
 private:
+    template <class Message, class Open>
+    class Stream;
+
+    bool stopRequested() const { return heedsStop_ && stop_.stop_requested(); }
+
+    /// The token that ends a call; one that never asks for it in `uninterrupted`.
+    std::stop_token stopOfCalls() const { return heedsStop_ ? stop_ : std::stop_token(); }
+
     template <class Function>
     void perform(const char* name, std::chrono::milliseconds timeout, Function&& function) {
-        if (stop_.stop_requested())
+        if (stopRequested())
             throw Interrupted("interrupted");
         grpc::ClientContext context;
         context.set_deadline(std::chrono::system_clock::now() + timeout);
         const grpc::Status status = [&] {
-            const std::stop_callback cancel(stop_, [&] { context.TryCancel(); });
+            const std::stop_callback cancel(stopOfCalls(), [&] { context.TryCancel(); });
             return function(context);
         }();
         if (!status.ok())
@@ -115,15 +159,18 @@ private:
 
     [[noreturn]] void fail(const char* name, const grpc::Status& status,
                            std::chrono::milliseconds timeout) const {
-        if (stop_.stop_requested())
+        if (stopRequested())
             throw Interrupted("interrupted");
-        const auto reason = reasonOf(status.error_code());
+        const auto reason =
+            isTooLarge(status) ? DeviceError::Reason::failed : reasonOf(status.error_code());
         throw DeviceError(reason, explain(reason, name, status, timeout));
     }
 
     std::string explain(DeviceError::Reason reason, const std::string& name,
                         const grpc::Status& status, std::chrono::milliseconds timeout) const {
         const std::string text = printable(status.error_message());
+        if (isTooLarge(status))
+            return name + ": the device sent a message that is too large (" + text + ")";
         switch (reason) {
             case DeviceError::Reason::unreachable:
                 return connected_ ? name + ": the connection to " + address_ + " broke (" +
@@ -148,7 +195,103 @@ private:
     const std::chrono::milliseconds timeout_;
     const std::stop_token stop_;
     const std::unique_ptr<Stub> stub_;
-    bool connected_{false};  // whether the device has answered a call
+    bool heedsStop_{true};
+    std::atomic<bool> connected_{false};  // whether the device has answered a call
+};
+
+/// One operation at a time is under way on the call: its opening, a read or its end. A read that
+/// nobody waited for long enough stays under way.
+template <class Message, class Open>
+class EndpointClient::Connection::Stream final : public EndpointStream<Message> {
+public:
+    using Event = typename EndpointStream<Message>::Event;
+
+    Stream(const char* name, Connection& connection, const Open& open)
+        : name_(name),
+          connection_(connection),
+          call_(open(connection.stub(), &context_, &queue_)),
+          cancel_(connection.stopOfCalls(), Cancel{&context_}) {}
+
+    ~Stream() override {
+        context_.TryCancel();
+        while (step_ != Step::ended) {
+            if (step_ == Step::idle)
+                finish();
+            advance(*nextResult(gpr_inf_future(GPR_CLOCK_MONOTONIC)));
+        }
+        queue_.Shutdown();
+        void* tag = nullptr;
+        bool ok = false;
+        while (queue_.Next(&tag, &ok)) {
+        }
+    }
+
+    Event read(Message& message, std::chrono::milliseconds patience) override {
+        const auto deadline = gpr_time_add(gpr_now(GPR_CLOCK_MONOTONIC),
+                                           gpr_time_from_millis(patience.count(), GPR_TIMESPAN));
+        while (step_ != Step::ended) {
+            if (step_ == Step::idle)
+                startRead();
+            const auto ok = nextResult(deadline);
+            if (!ok)
+                return Event::silence;
+            if (advance(*ok)) {
+                message.Swap(&message_);
+                return Event::message;
+            }
+        }
+        if (!status_.ok())
+            connection_.fail(name_, status_, connection_.timeout());
+        return Event::end;
+    }
+
+private:
+    enum class Step { opening, idle, reading, finishing, ended };
+
+    struct Cancel {
+        grpc::ClientContext* context;
+        void operator()() const { context->TryCancel(); }
+    };
+
+    /// How the operation under way went; nothing when it is not done at the deadline.
+    std::optional<bool> nextResult(gpr_timespec deadline) {
+        void* tag = nullptr;
+        bool ok = false;
+        const auto status = queue_.AsyncNext(&tag, &ok, deadline);
+        return status == grpc::CompletionQueue::GOT_EVENT ? std::optional(ok) : std::nullopt;
+    }
+
+    /// Goes on from the operation that is done. True: a message was read.
+    bool advance(bool ok) {
+        const Step done = step_;
+        step_ = done == Step::finishing ? Step::ended : Step::idle;
+        if (done == Step::reading && ok)
+            connection_.connected_ = true;
+        if (done != Step::finishing && !ok)
+            finish();
+        return done == Step::reading && ok;
+    }
+
+    void startRead() {
+        step_ = Step::reading;
+        call_->Read(&message_, this);
+    }
+
+    void finish() {
+        step_ = Step::finishing;
+        call_->Finish(&status_, this);
+    }
+
+    const char* const name_;
+    Connection& connection_;
+    grpc::ClientContext context_;
+    grpc::CompletionQueue queue_;
+    Message message_;
+    grpc::Status status_;
+    Step step_{Step::opening};
+    // Behind what its operations fill.
+    const std::invoke_result_t<Open, Stub&, grpc::ClientContext*, grpc::CompletionQueue*> call_;
+    const std::stop_callback<Cancel> cancel_;
 };
 
 EndpointClient::EndpointClient(const DeviceAddress& address, std::chrono::milliseconds timeout,
@@ -157,6 +300,14 @@ EndpointClient::EndpointClient(const DeviceAddress& address, std::chrono::millis
 }
 
 EndpointClient::~EndpointClient() = default;
+
+std::chrono::milliseconds EndpointClient::timeout() const {
+    return connection_->timeout();
+}
+
+void EndpointClient::uninterrupted(const std::function<void()>& calls) {
+    connection_->uninterrupted(calls);
+}
 
 protocol::DeviceInfo EndpointClient::deviceInfo() {
     return connection_->call("GetDeviceInfo", &Stub::GetDeviceInfo, protocol::Void());
@@ -218,12 +369,74 @@ protocol::GainInfo EndpointClient::stimuliGainInfo() {
     return connection_->call("GetStimuliGainInfo", &Stub::GetStimuliGainInfo, protocol::Void());
 }
 
+double EndpointClient::speakerGain() {
+    return connection_->call("GetSpeakerGain", &Stub::GetSpeakerGain, protocol::Void()).gain();
+}
+
+void EndpointClient::setSpeakerGain(double gain) {
+    connection_->call("SetSpeakerGain", &Stub::SetSpeakerGain, gainOf(gain));
+}
+
+double EndpointClient::micGain() {
+    return connection_->call("GetMicGain", &Stub::GetMicGain, protocol::Void()).gain();
+}
+
+void EndpointClient::setMicGain(double gain) {
+    connection_->call("SetMicGain", &Stub::SetMicGain, gainOf(gain));
+}
+
+double EndpointClient::stimuliGain(int speaker) {
+    return connection_->call("GetStimuliGain", &Stub::GetStimuliGain, indexOf(speaker)).gain();
+}
+
+void EndpointClient::setStimuliGain(int speaker, double gain) {
+    protocol::StimuliGain request;
+    request.set_channel(speaker);
+    request.set_gain(gain);
+    connection_->call("SetStimuliGain", &Stub::SetStimuliGain, request);
+}
+
 protocol::OperationMode EndpointClient::operationMode() {
     return connection_->call("GetOperationMode", &Stub::GetOperationMode, protocol::Void());
 }
 
 void EndpointClient::setOperationMode(const protocol::OperationMode& mode) {
     connection_->call("SetOperationMode", &Stub::SetOperationMode, mode);
+}
+
+void EndpointClient::prepareStimuli(const protocol::StimuliPrepare& stimuli) {
+    connection_->call("PrepareStimuli", &Stub::PrepareStimuli, stimuli);
+}
+
+std::unique_ptr<EndpointStream<protocol::Progress>> EndpointClient::startStimuli(
+    std::uint64_t startTime) {
+    return connection_->openStream<protocol::Progress>(
+        "StartStimuli", [request = startAt(startTime)](auto& stub, auto* context, auto* queue) {
+            return stub.AsyncStartStimuli(context, request, queue, nullptr);
+        });
+}
+
+std::unique_ptr<EndpointStream<protocol::AudioBuffers>> EndpointClient::startRecordingStimuli(
+    std::uint64_t startTime) {
+    return connection_->openStream<protocol::AudioBuffers>(
+        "StartRecordingStimuli",
+        [request = startAt(startTime)](auto& stub, auto* context, auto* queue) {
+            return stub.AsyncStartRecordingStimuli(context, request, queue, nullptr);
+        });
+}
+
+std::unique_ptr<EndpointStream<protocol::AudioBuffers>> EndpointClient::startStreaming() {
+    return connection_->openStream<protocol::AudioBuffers>(
+        "StartStreaming", [](auto& stub, auto* context, auto* queue) {
+            return stub.AsyncStartStreaming(context, queue, nullptr);
+        });
+}
+
+std::unique_ptr<EndpointStream<protocol::NotificationInfo>> EndpointClient::notifications() {
+    return connection_->openStream<protocol::NotificationInfo>(
+        "Notifications", [](auto& stub, auto* context, auto* queue) {
+            return stub.AsyncNotifications(context, queue, nullptr);
+        });
 }
 
 protocol::SlotInfo EndpointClient::slotInfo(int slot) {

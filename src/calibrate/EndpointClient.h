@@ -1,10 +1,12 @@
 #pragma once
 
 #include "calibrate/DeviceAddress.h"
+#include "calibrate/EndpointStream.h"
 
 #include <endpoint.pb.h>
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <stop_token>
@@ -30,6 +32,13 @@ public:
 
     static constexpr int kStoreFactor = 10;
 
+    /// What bounds each call.
+    std::chrono::milliseconds timeout() const;
+
+    /// Runs `calls`, and has the calls in it go on after a stop request: for what leaves the device
+    /// as it was. They are still bounded by the timeout.
+    void uninterrupted(const std::function<void()>& calls);
+
     // Topology.
     protocol::DeviceInfo deviceInfo();
     protocol::MicInfo micInfo(int microphone);
@@ -48,8 +57,25 @@ public:
     protocol::GainInfo speakerGainInfo();
     protocol::GainInfo micGainInfo();
     protocol::GainInfo stimuliGainInfo();
+    double speakerGain();                           ///< dB
+    void setSpeakerGain(double gain);               ///< dB
+    double micGain();                               ///< dB
+    void setMicGain(double gain);                   ///< dB
+    double stimuliGain(int speaker);                ///< dB; minus infinity: never set
+    void setStimuliGain(int speaker, double gain);  ///< dB
     protocol::OperationMode operationMode();
     void setOperationMode(const protocol::OperationMode& mode);
+
+    // Measuring. A stream has no time limit but the patience of its reader.
+    void prepareStimuli(const protocol::StimuliPrepare& stimuli);
+    /// `startTime` is in ms since the Unix epoch by the device's clock; 0: at once.
+    std::unique_ptr<EndpointStream<protocol::Progress>> startStimuli(std::uint64_t startTime);
+    std::unique_ptr<EndpointStream<protocol::AudioBuffers>> startRecordingStimuli(
+        std::uint64_t startTime);
+    std::unique_ptr<EndpointStream<protocol::AudioBuffers>> startStreaming();
+
+    // Presence.
+    std::unique_ptr<EndpointStream<protocol::NotificationInfo>> notifications();
 
     // Slots.
     protocol::SlotInfo slotInfo(int slot);

@@ -8,7 +8,7 @@ namespace calibrate {
 /// What the command answers to the shell.
 enum ExitCode {
     kExitOk = 0,
-    kExitDevice = 1,        ///< the device cannot be reached, refused or failed
+    kExitDevice = 1,        ///< the device cannot be reached, refused or failed; or a file did
     kExitUsage = 2,         ///< the command line or a file is wrong
     kExitInterrupted = 130  ///< Ctrl-C; another signal n ends the process with 128 + n
 };
@@ -25,6 +25,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// What was recorded cannot be written.
+class OutputError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 /// A call to the device failed. what() is one line for the user.
 class DeviceError : public std::runtime_error {
 public:
@@ -33,6 +39,7 @@ public:
         timeout,      ///< the device took longer than the deadline
         notOffered,   ///< the device does not have the method
         rejected,     ///< the device says that an argument is wrong
+        occupied,     ///< what the call needs is in use
         failed        ///< all else
     };
 

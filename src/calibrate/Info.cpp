@@ -1,6 +1,7 @@
 #include "calibrate/Info.h"
 
 #include "calibrate/DeviceQuery.h"
+#include "calibrate/GainRange.h"
 #include "calibrate/JsonOutput.h"
 #include "calibrate/Slots.h"
 #include "calibrate/Text.h"
@@ -147,12 +148,6 @@ void printCapacities(std::ostream& out, const Topology& topology) {
                        fixed(static_cast<double>(info.max_gain()), 1) + " dB"});
     }
     table.print(out, kIndent);
-}
-
-std::string rangeText(const std::optional<protocol::GainInfo>& gain) {
-    return gain ? fixed(gain->minimum(), 1) + " to " + fixed(gain->maximum(), 1) +
-                      " dB in steps of " + fixed(gain->step(), 1) + " dB"
-                : "not told";
 }
 
 void printGains(std::ostream& out, const Topology& topology) {

@@ -164,6 +164,10 @@ Json toJson(const SlotTable& table) {
             {"slots", slots}};
 }
 
+Json toJson(const std::optional<protocol::GainInfo>& range) {
+    return orNull(range, gainJson);
+}
+
 Json toJson(const Topology& topology) {
     Json slots = toJson(topology.slots);
     return {{"device", deviceJson(topology.device)},
@@ -181,9 +185,9 @@ Json toJson(const Topology& topology) {
             {"delay_gain_capacities", listOf(topology.delayGains, delayGainJson)},
             {"streaming", orNull(topology.streaming, streamingJson)},
             {"gain_ranges",
-             {{"speaker", orNull(topology.speakerGain, gainJson)},
-              {"microphone", orNull(topology.microphoneGain, gainJson)},
-              {"stimulus", orNull(topology.stimulusGain, gainJson)}}},
+             {{"speaker", toJson(topology.speakerGain)},
+              {"microphone", toJson(topology.microphoneGain)},
+              {"stimulus", toJson(topology.stimulusGain)}}},
             {"active_slot", slots["active_slot"]},
             {"filtering", slots["filtering"]},
             {"slots", slots["slots"]}};

@@ -12,6 +12,7 @@ using Json = nlohmann::ordered_json;
 
 Json toJson(const Topology& topology);
 Json toJson(const SlotTable& table);
+Json toJson(const std::optional<protocol::GainInfo>& range);
 Json toJson(const FilterDesign& design, const std::vector<std::string>& speakerNames);
 
 /// Name of a filter kind: "fiir"; "kind 9" for one that the protocol does not know.

@@ -3,6 +3,7 @@
 #include "calibrate/Text.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace calibrate {
@@ -31,17 +32,25 @@ void ProgressBar::update(double fraction, const std::string& step) {
     if (fraction > fraction_)
         fraction_ = std::min(fraction, 1.0);
     const int percent = static_cast<int>(fraction_ * 100 + 0.5);
+    const std::size_t filled = kBarColumns * static_cast<std::size_t>(percent) / 100;
+    show(percentText(percent),
+         '[' + std::string(filled, '#') + std::string(kBarColumns - filled, '.') + "] ", step);
+}
+
+void ProgressBar::elapse(double seconds, const std::string& step) {
+    show(fixed(std::floor(seconds), 0) + " s", "", step);
+}
+
+void ProgressBar::show(const std::string& measure, const std::string& drawing,
+                       const std::string& step) {
     if (style_ == Style::bar)
-        drawBar(percent, step);
+        draw(drawing + measure, step);
     else if (style_ == Style::lines && step != step_)
-        out_ << percentText(percent) << "  " << step << std::endl;
+        out_ << measure << "  " << step << std::endl;
     step_ = step;
 }
 
-void ProgressBar::drawBar(int percent, const std::string& step) {
-    const std::size_t filled = kBarColumns * static_cast<std::size_t>(percent) / 100;
-    std::string line = '[' + std::string(filled, '#') + std::string(kBarColumns - filled, '.') +
-                       "] " + percentText(percent);
+void ProgressBar::draw(std::string line, const std::string& step) {
     if (columns(line) + 2 + columns(step) < columns_)
         line += "  " + step;
     if (line != drawn_) {

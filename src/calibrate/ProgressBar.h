@@ -25,8 +25,12 @@ public:
     /// `fraction` is 0 to 1; a value outside, or no number, is brought there. It never goes back.
     void update(double fraction, const std::string& step);
 
+    /// For an action whose end is not known: shows for how long it has been going on.
+    void elapse(double seconds, const std::string& step);
+
 private:
-    void drawBar(int percent, const std::string& step);
+    void show(const std::string& measure, const std::string& drawing, const std::string& step);
+    void draw(std::string line, const std::string& step);
 
     std::ostream& out_;
     const Style style_;

@@ -61,19 +61,6 @@ std::vector<std::size_t> candidates(const std::string& text, const Names& names)
     return found;
 }
 
-std::size_t findSpeaker(const std::string& text, const Names& names) {
-    const auto found = candidates(text, names);
-    if (found.empty()) {
-        throw BadInput("--speaker " + printable(text) +
-                       ": the device has no such speaker, it has " + listOf(names));
-    }
-    if (found.size() > 1) {
-        throw BadInput("--speaker " + printable(text) + ": " + std::to_string(found.size()) +
-                       " speakers have this name; give the index: the device has " + listOf(names));
-    }
-    return found.front();
-}
-
 std::size_t chosenChannel(const SpeakerAssignment& assignment) {
     const std::size_t count = assignment.file.channels.size();
     if (!assignment.channel && count != 1) {
@@ -101,6 +88,19 @@ void add(SpeakerFilters& filters, SpeakerFilter filter, const std::string& speak
 }
 
 }  // namespace
+
+std::size_t findSpeaker(const std::string& text, const Names& names) {
+    const auto found = candidates(text, names);
+    if (found.empty()) {
+        throw BadInput("--speaker " + printable(text) +
+                       ": the device has no such speaker, it has " + listOf(names));
+    }
+    if (found.size() > 1) {
+        throw BadInput("--speaker " + printable(text) + ": " + std::to_string(found.size()) +
+                       " speakers have this name; give the index: the device has " + listOf(names));
+    }
+    return found.front();
+}
 
 SpeakerArgument parseSpeakerArgument(const std::string& text) {
     const auto equals = text.find('=');

@@ -38,6 +38,10 @@ struct SpeakerAssignment {
     std::optional<std::size_t> channel;  ///< may be left out for a file with one channel
 };
 
+/// The speaker that the text means: by its name, else by its name in other letters, else by its
+/// index. Throws BadInput, with the option --speaker, for a text that means none or several.
+std::size_t findSpeaker(const std::string& text, const std::vector<std::string>& speakerNames);
+
 /// Lays the files' channels onto the speakers, for each sample rate by itself: the channels of the
 /// files of a rate, in the order given, belong to the speakers in the device's order.
 /// Throws BadInput when they are more or fewer than the speakers.

@@ -85,6 +85,15 @@ std::string fixed(double value, int decimals) {
     return buffer;
 }
 
+std::string decibels(double value) {
+    // Adding 0 makes a negative zero positive.
+    return fixed(std::round(value * 10) / 10 + 0.0, 1) + " dB";
+}
+
+std::string secondsText(std::chrono::duration<double> time) {
+    return fixed(time.count(), 1) + " s";
+}
+
 std::string hertz(double frequency) {
     char buffer[64];
     const bool kilo = std::abs(frequency) >= 1000;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -20,6 +21,12 @@ std::size_t columns(std::string_view text);
 
 /// The number with `decimals` digits after the point: "-0.50".
 std::string fixed(double value, int decimals);
+
+/// A level or a gain: "-12.0 dB".
+std::string decibels(double value);
+
+/// A length of time to a tenth of a second: "5.5 s".
+std::string secondsText(std::chrono::duration<double> time);
 
 /// A frequency or a sample rate as people write it: "44.1 kHz", "63 Hz".
 std::string hertz(double frequency);

@@ -113,13 +113,6 @@ std::vector<Variant> readVariants(EndpointClient& client, std::size_t speakers) 
     return variants;
 }
 
-Names readSpeakerNames(EndpointClient& client, const protocol::DeviceInfo& device) {
-    Names names;
-    for (const auto& speaker : readSpeakers(client, device))
-        names.push_back(speaker.name());
-    return names;
-}
-
 // ---- Slot ---------------------------------------------------------------------------------------
 
 /// The present time in ms since the Unix epoch; another than that of the slot's present filter,

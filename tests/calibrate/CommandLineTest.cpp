@@ -13,6 +13,9 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
+constexpr const char* kVerbs[] = {"info",  "upload", "slots", "activate", "rename", "delete",
+                                  "gains", "mode",   "sweep", "noise",    "record", "watch"};
+
 class CommandLineTest : public CommandFixture {
 protected:
     /// Expects that the arguments are refused by one line that says what to do, and that the device
@@ -28,14 +31,14 @@ protected:
 
 TEST_F(CommandLineTest, HelpGoesToStandardOutput) {
     EXPECT_EQ(runBare({"--help"}), kExitOk);
-    for (const char* verb : {"info", "upload", "slots", "activate", "rename", "delete"}) {
+    for (const char* verb : kVerbs) {
         EXPECT_THAT(output(), HasSubstr(verb));
         EXPECT_EQ(errors(), "");
     }
 }
 
 TEST_F(CommandLineTest, EveryVerbHasHelp) {
-    for (const char* verb : {"info", "upload", "slots", "activate", "rename", "delete"}) {
+    for (const char* verb : kVerbs) {
         EXPECT_EQ(runBare({verb, "--help"}), kExitOk);
         EXPECT_THAT(output(), HasSubstr(std::string("vesk-calibrate ") + verb));
     }
@@ -75,6 +78,19 @@ TEST_F(CommandLineTest, WrongValuesAreRefused) {
     expectRefused({"upload", "--slot", "1", "--gain", "nan", "a.wav"}, "--gain");
     expectRefused({"upload", "--slot", "1", "--channels", "0", "a.raw"}, "--channels");
     expectRefused({"upload", "--slot", "1", "--speaker", "left"}, "--speaker");
+}
+
+TEST_F(CommandLineTest, WrongValuesOfAMeasurementAreRefused) {
+    expectRefused({"sweep", "--gain", "nan"}, "--gain");
+    expectRefused({"sweep", "--start-in", "-1"}, "--start-in");
+    expectRefused({"sweep", "--duration", "1"}, "--duration");
+    expectRefused({"noise", "--duration", "0"}, "--duration");
+    expectRefused({"record"}, "OUT.wav");
+    expectRefused({"record", "a.wav", "--stimulus", "song"}, "song");
+    expectRefused({"record", "a.wav", "--gain", "-3"}, "--stimulus");
+    expectRefused({"gains", "--speaker", "0"}, "--stimulus");
+    expectRefused({"mode", "--correction", "maybe"}, "maybe");
+    expectRefused({"watch", "--count", "0"}, "--count");
 }
 
 TEST_F(CommandLineTest, FilesAndSpeakersExcludeEachOther) {

@@ -50,6 +50,20 @@ TEST(ProgressBar, SaysNothingWhenNotWanted) {
     EXPECT_EQ(out.str(), "");
 }
 
+TEST(ProgressBar, ShowsTheTimeWhereTheEndIsNotKnown) {
+    std::ostringstream out;
+    {
+        ProgressBar bar(out, ProgressBar::Style::bar, 80);
+        bar.elapse(2.9, "recording");
+        EXPECT_EQ(out.str(), "\r2 s  recording\x1b[K");
+    }
+    out.str("");
+    ProgressBar lines(out, ProgressBar::Style::lines, 80);
+    lines.elapse(0, "recording");
+    lines.elapse(5, "recording");
+    EXPECT_EQ(out.str(), "0 s  recording\n");
+}
+
 TEST(ProgressBar, NeitherGoesBackNorBeyondItsEnd) {
     std::ostringstream out;
     ProgressBar bar(out, ProgressBar::Style::lines, 80);

@@ -74,5 +74,11 @@ TEST(TextTable, AlignsColumnsByCharacters) {
     EXPECT_EQ(out.str(), "  A   Name\n  10  Küche\n  x\n");
 }
 
+TEST(Text, WritesLevelsAndTimes) {
+    EXPECT_EQ(decibels(-12), "-12.0 dB");
+    EXPECT_EQ(decibels(-0.04), "0.0 dB");
+    EXPECT_EQ(secondsText(std::chrono::milliseconds(5540)), "5.5 s");
+}
+
 }  // namespace
 }  // namespace calibrate

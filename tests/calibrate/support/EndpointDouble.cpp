@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <limits>
 #include <stdexcept>
+#include <thread>
 
 using namespace dio::endpoint;
 
@@ -204,7 +206,7 @@ grpc::Status EndpointDouble::GetPinkNoiseInfo(Context*, const VariantId* request
     ENTER("GetPinkNoiseInfo");
     if (request->id() != 0)
         return invalid("Invalid variant id.");
-    reply->set_sample_rate(48000);
+    reply->set_sample_rate(sampleRate);
     return kOk;
 }
 
@@ -215,7 +217,7 @@ grpc::Status EndpointDouble::GetLogSweepInfo(Context*, const VariantId* request,
         return invalid("Invalid variant id.");
     const bool full = request->id() == 0;
     reply->set_variant(static_cast<unsigned>(request->id()));
-    reply->set_sample_rate(48000);
+    reply->set_sample_rate(sampleRate);
     reply->set_start_frequency(10);
     reply->set_end_frequency(full ? 24000 : 300);
     reply->set_length(full ? 240000 : 24000);
@@ -311,9 +313,10 @@ grpc::Status EndpointDouble::GetStimuliGainInfo(Context*, const Void*, GainInfo*
 
 grpc::Status EndpointDouble::GetStreamingInfo(Context*, const Void*, StreamingInfo* reply) {
     ENTER("GetStreamingInfo");
-    reply->set_sample_rate(48000);
+    reply->set_sample_rate(sampleRate);
     reply->set_block_length(512);
     reply->set_supports_recording(true);
+    reply->set_supports_streaming(true);
     return kOk;
 }
 
@@ -406,4 +409,207 @@ grpc::Status EndpointDouble::DeleteSlot(Context*, const Index* request, Void*) {
     return kOk;
 }
 
+grpc::Status EndpointDouble::GetSpeakerGain(Context*, const Void*, Gain* reply) {
+    ENTER("GetSpeakerGain");
+    reply->set_gain(gains().speaker);
+    return kOk;
+}
+
+grpc::Status EndpointDouble::SetSpeakerGain(Context*, const Gain* request, Void*) {
+    ENTER("SetSpeakerGain");
+    const std::lock_guard lock(mutex_);
+    if (!keepsSpeakerGain)
+        gains_.speaker = request->gain();
+    return kOk;
+}
+
+grpc::Status EndpointDouble::GetMicGain(Context*, const Void*, Gain* reply) {
+    ENTER("GetMicGain");
+    reply->set_gain(gains().microphone);
+    return kOk;
+}
+
+grpc::Status EndpointDouble::SetMicGain(Context*, const Gain* request, Void*) {
+    ENTER("SetMicGain");
+    const std::lock_guard lock(mutex_);
+    gains_.microphone = request->gain();
+    return kOk;
+}
+
+grpc::Status EndpointDouble::GetStimuliGain(Context*, const Index* request, StimuliGain* reply) {
+    ENTER("GetStimuliGain");
+    if (!isIndexOf(request->value(), speakers))
+        return invalid("Index is out of bounds.");
+    const auto all = gains().stimuli;
+    const auto found = all.find(request->value());
+    reply->set_gain(found == all.end() ? -std::numeric_limits<double>::infinity() : found->second);
+    reply->set_channel(request->value());
+    return kOk;
+}
+
+grpc::Status EndpointDouble::SetStimuliGain(Context*, const StimuliGain* request, Void*) {
+    ENTER("SetStimuliGain");
+    if (!isIndexOf(request->channel(), speakers))
+        return invalid("Index is out of bounds.");
+    const std::lock_guard lock(mutex_);
+    gains_.stimuli[request->channel()] = request->gain();
+    return kOk;
+}
+
+grpc::Status EndpointDouble::PrepareStimuli(Context*, const StimuliPrepare* request, Void*) {
+    ENTER("PrepareStimuli");
+    const std::lock_guard lock(mutex_);
+    prepared_ = *request;
+    return kOk;
+}
+
+grpc::Status EndpointDouble::StartStimuli(Context* context, const StimuliStart* request,
+                                          Writer<Progress>* writer) {
+    ENTER("StartStimuli");
+    {
+        const std::lock_guard lock(mutex_);
+        startTime_ = request->start_time();
+    }
+    return ended(context,
+                 onStartStimuli ? onStartStimuli(context, writer) : played(context, writer));
+}
+
+grpc::Status EndpointDouble::StartRecordingStimuli(Context* context, const StimuliStart* request,
+                                                   Writer<AudioBuffers>* writer) {
+    ENTER("StartRecordingStimuli");
+    {
+        const std::lock_guard lock(mutex_);
+        startTime_ = request->start_time();
+    }
+    const bool repeats = prepared().stimulus().type() == STIMULUS_TYPE_PINK_NOISE;
+    return ended(context,
+                 onRecording ? onRecording(context, writer) : recorded(context, writer, repeats));
+}
+
+grpc::Status EndpointDouble::StartStreaming(Context* context,
+                                            ReaderWriter<AudioBuffers, AudioBuffers>* stream) {
+    ENTER("StartStreaming");
+    return ended(context,
+                 onRecording ? onRecording(context, stream) : recorded(context, stream, true));
+}
+
+grpc::Status EndpointDouble::Notifications(
+    Context* context, ReaderWriter<NotificationInfo, ClientNotificationInfo>* stream) {
+    ENTER("Notifications");
+    const std::unique_lock client(notificationClient_, std::try_to_lock);
+    if (!client.owns_lock())
+        return {grpc::StatusCode::RESOURCE_EXHAUSTED, "client already connected"};
+    if (onNotifications)
+        return ended(context, onNotifications(context));
+    stream->Write({});
+    while (!context->IsCancelled()) {
+        std::vector<std::vector<int>> changes;
+        {
+            const std::lock_guard lock(mutex_);
+            changes.swap(notifications_);
+        }
+        for (const auto& kinds : changes) {
+            NotificationInfo message;
+            for (const int kind : kinds)
+                message.add_kinds(static_cast<NotificationKind>(kind));
+            stream->Write(message);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return ended(context, {grpc::StatusCode::CANCELLED, "cancelled"});
+}
+
 #undef ENTER
+
+grpc::Status EndpointDouble::awaitCancelled(Context* context) {
+    while (!context->IsCancelled())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return grpc::Status::CANCELLED;
+}
+
+void EndpointDouble::send(Writer<Progress>* writer, float value) {
+    Progress progress;
+    progress.set_value(value);
+    writer->Write(progress);
+}
+
+void EndpointDouble::send(AudioWriter* writer, const std::vector<float>& samples, unsigned mic) {
+    AudioBuffers message;
+    auto* buffer = message.add_buffers();
+    buffer->set_mic(mic);
+    buffer->mutable_samples()->Add(samples.begin(), samples.end());
+    writer->Write(message, grpc::WriteOptions());
+}
+
+/// As a device does: from -1, a noise beyond 100; and 1.0 at the end.
+grpc::Status EndpointDouble::played(Context* context, Writer<Progress>* writer) {
+    const bool repeats = prepared().stimulus().type() == STIMULUS_TYPE_PINK_NOISE;
+    send(writer, 0);
+    for (int percent = -1; percent < 100 || repeats; ++percent) {
+        if (context->IsCancelled())
+            return grpc::Status::CANCELLED;
+        send(writer, static_cast<float>(percent));
+        if (repeats)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    send(writer, 1);
+    return kOk;
+}
+
+/// A quiet square wave for as long as the prepared sweep and its tail last.
+grpc::Status EndpointDouble::recorded(Context* context, AudioWriter* writer, bool untilCancelled) {
+    constexpr int kBlocksOfSweep = 55;
+    constexpr int kBlocksOfTail = 15;
+    std::vector<float> block(4800);
+    for (std::size_t i = 0; i < block.size(); ++i)
+        block[i] = i % 96 < 48 ? 0.1F : -0.1F;
+    const int count = prepared().speakers_size() * kBlocksOfSweep + kBlocksOfTail;
+    for (int i = 0; i < count || untilCancelled; ++i) {
+        if (context->IsCancelled())
+            return grpc::Status::CANCELLED;
+        send(writer, block);
+    }
+    return kOk;
+}
+
+grpc::Status EndpointDouble::ended(Context* context, const grpc::Status& status) {
+    const std::lock_guard lock(mutex_);
+    cancelledCalls_ += context->IsCancelled() ? 1 : 0;
+    changed_.notify_all();
+    return status;
+}
+
+void EndpointDouble::notify(const std::vector<int>& kinds) {
+    const std::lock_guard lock(mutex_);
+    notifications_.push_back(kinds);
+}
+
+void EndpointDouble::vanish() {
+    server_->Shutdown(std::chrono::system_clock::now());
+}
+
+EndpointDouble::Gains EndpointDouble::gains() const {
+    const std::lock_guard lock(mutex_);
+    return gains_;
+}
+
+void EndpointDouble::setGains(const Gains& gains) {
+    const std::lock_guard lock(mutex_);
+    gains_ = gains;
+}
+
+StimuliPrepare EndpointDouble::prepared() const {
+    const std::lock_guard lock(mutex_);
+    return prepared_;
+}
+
+std::uint64_t EndpointDouble::startTime() const {
+    const std::lock_guard lock(mutex_);
+    return startTime_;
+}
+
+bool EndpointDouble::awaitCancelledCalls(int count) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::seconds(30),
+                             [&] { return cancelledCalls_ >= count; });
+}

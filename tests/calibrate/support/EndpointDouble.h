@@ -5,6 +5,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -31,8 +32,34 @@ public:
     std::vector<std::string> microphones{"Microphone"};
     std::vector<dio::endpoint::FIIRInfo> variants;
     bool keepsCorrectionOff{false};  ///< as a device whose configuration forbids it
+    bool keepsSpeakerGain{false};    ///< as a device whose volume is fixed
+    float sampleRate{48000};         ///< of the stimuli and of the microphone, Hz
 
     void setSpeakers(const std::vector<std::string>& names);
+
+    // What the streams do, in place of what a healthy device would; called in a thread of the
+    // server. A device that has nothing more to say calls awaitCancelled.
+    using Context = grpc::ServerContext;
+    template <class Message>
+    using Writer = grpc::ServerWriter<Message>;
+    template <class Answer, class Request>
+    using ReaderWriter = grpc::ServerReaderWriter<Answer, Request>;
+    using AudioWriter = grpc::internal::WriterInterface<dio::endpoint::AudioBuffers>;
+
+    std::function<grpc::Status(Context*, Writer<dio::endpoint::Progress>*)> onStartStimuli;
+    std::function<grpc::Status(Context*, AudioWriter*)> onRecording;  ///< of both kinds
+    std::function<grpc::Status(Context*)> onNotifications;            ///< before the greeting
+
+    /// Waits until the client has cancelled the call, or the device ends.
+    static grpc::Status awaitCancelled(Context* context);
+    static void send(Writer<dio::endpoint::Progress>* writer, float value);
+    /// Sends one message with samples of a microphone.
+    static void send(AudioWriter* writer, const std::vector<float>& samples, unsigned mic = 0);
+
+    /// Has the notification stream tell these changes in one message.
+    void notify(const std::vector<int>& kinds);
+    /// Ends the server at once, and with it every open call.
+    void vanish();
 
     // Faults, by the method's name.
     void lack(const std::string& method);
@@ -55,13 +82,21 @@ public:
     void setActive(int slot);
     dio::endpoint::OperationMode mode() const;
     void setMode(bool gain, bool delay, bool filtering);
+    struct Gains {
+        double speaker{-20};
+        double microphone{0};
+        std::map<int, double> stimuli;  ///< by speaker; those that are missing were never set
+    };
+    Gains gains() const;
+    void setGains(const Gains& gains);
+    dio::endpoint::StimuliPrepare prepared() const;
+    std::uint64_t startTime() const;
+    /// Waits until the client has ended so many streams; false when it does not.
+    bool awaitCancelledCalls(int count);
     std::vector<std::string> calls() const;
     int callsOf(const std::string& method) const;
 
 private:
-    using Context = grpc::ServerContext;
-    template <class Message>
-    using Writer = grpc::ServerWriter<Message>;
     using Void = dio::endpoint::Void;
     using Index = dio::endpoint::Index;
     using VariantId = dio::endpoint::Variant;
@@ -84,6 +119,22 @@ private:
     grpc::Status GetSpeakerGainInfo(Context*, const Void*, dio::endpoint::GainInfo*) override;
     grpc::Status GetMicGainInfo(Context*, const Void*, dio::endpoint::GainInfo*) override;
     grpc::Status GetStimuliGainInfo(Context*, const Void*, dio::endpoint::GainInfo*) override;
+    grpc::Status GetSpeakerGain(Context*, const Void*, dio::endpoint::Gain*) override;
+    grpc::Status SetSpeakerGain(Context*, const dio::endpoint::Gain*, Void*) override;
+    grpc::Status GetMicGain(Context*, const Void*, dio::endpoint::Gain*) override;
+    grpc::Status SetMicGain(Context*, const dio::endpoint::Gain*, Void*) override;
+    grpc::Status GetStimuliGain(Context*, const Index*, dio::endpoint::StimuliGain*) override;
+    grpc::Status SetStimuliGain(Context*, const dio::endpoint::StimuliGain*, Void*) override;
+    grpc::Status PrepareStimuli(Context*, const dio::endpoint::StimuliPrepare*, Void*) override;
+    grpc::Status StartStimuli(Context*, const dio::endpoint::StimuliStart*,
+                              Writer<dio::endpoint::Progress>*) override;
+    grpc::Status StartRecordingStimuli(Context*, const dio::endpoint::StimuliStart*,
+                                       Writer<dio::endpoint::AudioBuffers>*) override;
+    grpc::Status StartStreaming(
+        Context*, ReaderWriter<dio::endpoint::AudioBuffers, dio::endpoint::AudioBuffers>*) override;
+    grpc::Status Notifications(Context*,
+                               ReaderWriter<dio::endpoint::NotificationInfo,
+                                            dio::endpoint::ClientNotificationInfo>*) override;
     grpc::Status GetStreamingInfo(Context*, const Void*, dio::endpoint::StreamingInfo*) override;
     grpc::Status GetOperationMode(Context*, const Void*, dio::endpoint::OperationMode*) override;
     grpc::Status SetOperationMode(Context*, const dio::endpoint::OperationMode*, Void*) override;
@@ -96,6 +147,10 @@ private:
                                    Writer<dio::endpoint::Progress>*) override;
     grpc::Status UpdateSlotInfo(Context*, const dio::endpoint::SlotInfoUpdate*, Void*) override;
     grpc::Status DeleteSlot(Context*, const Index*, Void*) override;
+
+    grpc::Status played(Context* context, Writer<dio::endpoint::Progress>* writer);
+    grpc::Status recorded(Context* context, AudioWriter* writer, bool untilCancelled);
+    grpc::Status ended(Context* context, const grpc::Status& status);
 
     /// Records the call, holds it up and tells how it ends, if not by itself.
     grpc::Status enter(const std::string& method);
@@ -117,6 +172,12 @@ private:
     unsigned transferCell_{0};
     int activeSlot_{-1};
     dio::endpoint::OperationMode mode_;
+    Gains gains_;
+    dio::endpoint::StimuliPrepare prepared_;
+    std::uint64_t startTime_{0};
+    int cancelledCalls_{0};
+    std::vector<std::vector<int>> notifications_;
+    std::mutex notificationClient_;
 
     std::string address_;
     std::unique_ptr<grpc::Server> server_;

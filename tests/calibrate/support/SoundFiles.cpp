@@ -35,6 +35,19 @@ void writeWav(const std::filesystem::path& path, int sampleRate, const Samples& 
     writeSoundFile(path, sampleRate, channels, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
 }
 
+SoundFile readSoundFile(const std::filesystem::path& path) {
+    SF_INFO info{};
+    const std::unique_ptr<SNDFILE, decltype(&sf_close)> file(sf_open(path.c_str(), SFM_READ, &info),
+                                                             &sf_close);
+    if (!file)
+        throw std::runtime_error(path.string() + ": " + sf_strerror(nullptr));
+    SoundFile result{info.samplerate, info.channels, info.format, {}};
+    result.samples.resize(static_cast<std::size_t>(info.frames * info.channels));
+    if (sf_readf_float(file.get(), result.samples.data(), info.frames) != info.frames)
+        throw std::runtime_error(path.string() + ": " + sf_strerror(file.get()));
+    return result;
+}
+
 void writeText(const std::filesystem::path& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }

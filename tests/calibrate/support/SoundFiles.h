@@ -16,6 +16,17 @@ void writeSoundFile(const std::filesystem::path& path, int sampleRate, const Sam
 /// The same as a WAV file of 32-bit floats.
 void writeWav(const std::filesystem::path& path, int sampleRate, const Samples& channels);
 
+/// A sound file as libsndfile reads it.
+struct SoundFile {
+    int sampleRate{0};
+    int channels{0};
+    int format{0};  ///< a sum of its SF_FORMAT_
+    std::vector<float> samples;
+};
+
+/// Throws std::runtime_error when it cannot be read.
+SoundFile readSoundFile(const std::filesystem::path& path);
+
 void writeText(const std::filesystem::path& path, const std::string& text);
 
 /// Little-endian 32-bit floats.
