@@ -11,7 +11,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kModule = "libvesk_dirac.so";
-constexpr std::array kModuleFolders{".", "../lib", "../lib/vesk", "../modules/dirac"};
+// From the executable: beside it, where it is installed, in the build.
+constexpr std::array kModuleFolders{".", VESK_INSTALLED_LIBRARIES, "../modules/dirac"};
 
 std::string existing(const fs::path& path) {
     if (!fs::is_regular_file(path))

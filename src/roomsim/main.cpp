@@ -15,12 +15,28 @@
 
 namespace {
 
+constexpr int kFailed = 1;
+constexpr int kUsageError = 2;
 constexpr const char* kPluginName = "libasound_module_pcm_veskroom.so";
+
+constexpr const char* kFooter = R"(
+Examples:
+  vesk-room config room.json >room.conf      then name room.conf in ALSA_CONFIG_PATH
+  vesk-room responses room.json truth.wav    what a measurement in the room should find
+  vesk-room status room.json                 while it plays
+
+Exit codes: 0 done, 1 failed, 2 wrong usage.)";
+
+/// Beside this program, as in the build, or where it is installed.
+std::string pluginPath() {
+    const auto home = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    const auto installed = (home / VESK_INSTALLED_LIBRARIES / kPluginName).lexically_normal();
+    return std::filesystem::exists(installed) ? installed : home / kPluginName;
+}
 
 struct Options {
     std::string room;
-    std::string plugin =
-        std::filesystem::read_symlink("/proc/self/exe").replace_filename(kPluginName);
+    std::string plugin = pluginPath();
     std::string output;
     unsigned int rate = 48000;
     std::string microphone;
@@ -89,20 +105,29 @@ void addVerbs(CLI::App& app, Options& options) {
     status->callback([&options] { printStatus(options); });
 }
 
+int report(const CLI::App& app, const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0)
+        return app.exit(error);
+    std::cerr << "vesk-room: " << error.what() << "\n\n" << app.help();
+    return kUsageError;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     Options options;
     CLI::App app("Shows a simulated room; docs/room-simulator.md tells the rest.", "vesk-room");
+    app.footer(kFooter);
+    app.set_version_flag("--version", "vesk-room " VESK_VERSION);
     app.require_subcommand(1);
     addVerbs(app, options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error);
+        return report(app, error);
     } catch (const std::exception& error) {
         std::cerr << "vesk-room: " << error.what() << '\n';
-        return 1;
+        return kFailed;
     }
-    return std::cout.flush() ? 0 : 1;
+    return std::cout.flush() ? 0 : kFailed;
 }
