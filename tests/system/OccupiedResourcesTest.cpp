@@ -4,6 +4,8 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -36,6 +38,22 @@ private:
     bool listens_{false};
 };
 
+/// A semaphore at the key of the segment's lock that no process holds and that is not free.
+class StuckSemaphore {
+public:
+    StuckSemaphore() { set(1); }
+    ~StuckSemaphore() { set(0); }
+    StuckSemaphore(const StuckSemaphore&) = delete;
+    StuckSemaphore& operator=(const StuckSemaphore&) = delete;
+
+    std::string id() const { return std::to_string(id_); }
+
+private:
+    void set(int value) const { EXPECT_EQ(semctl(id_, 0, SETVAL, value), 0); }
+
+    const int id_{semget(1234, 1, IPC_CREAT | 0666)};
+};
+
 class OccupiedResourcesTest : public DeviceTest {
 protected:
     const FilterDesign design = makeDesign({}, 1);
@@ -53,6 +71,20 @@ TEST_F(OccupiedResourcesTest, aTakenPortIsReportedAndTheRestOfTheDeviceRuns) {
         EXPECT_EQ(device().stop().exitCode, 0);
     }
     start();
+}
+
+TEST_F(OccupiedResourcesTest, aStartThatWaitsForAStuckLockSaysSoAndGoesOnWhenItIsFree) {
+    {
+        const StuckSemaphore stuck;
+        device().launch();
+        EXPECT_TRUE(device().awaitLog("Still waiting for the lock with key 1234: semaphore " +
+                                      stuck.id() + " is 1"));
+        EXPECT_THAT(device().log(), HasSubstr("ipcrm -s " + stuck.id()));
+        EXPECT_TRUE(device().isRunning());
+    }
+    EXPECT_TRUE(device().awaitLog("Dirac started listening on port: 5002"));
+    EXPECT_EQ(image()->bypass, 1);
+    EXPECT_EQ(device().stop().exitCode, 0);
 }
 
 TEST_F(OccupiedResourcesTest, aSecondDeviceOverTheSameStateIsRefusedAndTheFirstGoesOn) {
@@ -82,7 +114,7 @@ TEST_F(OccupiedResourcesTest, aSecondDeviceWithItsOwnStateGetsNoPortAndTheFirstK
     DeviceProcess second;
     second.launch();
     EXPECT_TRUE(second.awaitLog("DIRAC CAN NOT START SERVER"));
-    EXPECT_EQ(second.stop().exitCode, 0);
+    EXPECT_EQ(second.stop().exitCode, 0) << second.log();
 
     EXPECT_TRUE(deviceAnswers());
     EXPECT_NO_THROW(image());
