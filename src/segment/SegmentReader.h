@@ -1,23 +1,13 @@
 #pragma once
 
 #include "sdk/dldsp/DiracConfiguration.h"
+#include "segment/SegmentCopy.h"
 
 #include <memory>
-#include <stdexcept>
 
 class SharedLock;
 
 namespace segment {
-
-/// Why the segment cannot be read; the text names its key and what is wrong.
-class SegmentError : public std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-/// No segment has the key.
-class SegmentAbsent : public SegmentError {
-    using SegmentError::SegmentError;
-};
 
 /// Copies the DSP's image out of the shared-memory segment with a System V key.
 ///
