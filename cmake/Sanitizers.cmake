@@ -19,6 +19,15 @@ if(VESK_SANITIZE)
     if(VESK_SANITIZE MATCHES "undefined")
         list(APPEND VESK_SANITIZE_OPTIONS -fno-sanitize-recover=undefined)
     endif()
+    # A program that is not ours and loads an instrumented plug-in needs the runtime preloaded.
+    string(REGEX REPLACE "^address.*" "asan" runtime "${VESK_SANITIZE}")
+    string(REPLACE "thread" "tsan" runtime "${runtime}")
+    execute_process(
+        COMMAND "${CMAKE_CXX_COMPILER}" "-print-file-name=lib${runtime}.so"
+        OUTPUT_VARIABLE VESK_SANITIZER_RUNTIME
+        OUTPUT_STRIP_TRAILING_WHITESPACE
+        COMMAND_ERROR_IS_FATAL ANY
+    )
     add_compile_options(${VESK_SANITIZE_OPTIONS})
     add_link_options("-fsanitize=${VESK_SANITIZE}")
 endif()

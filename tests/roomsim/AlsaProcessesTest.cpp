@@ -190,13 +190,13 @@ TEST_F(PacedAlsaProcessesTest, AplayAndArecordRunInTheRoom) {
                           {48000, {Signal(24'000), impulse(24'000, 3, 1)}});
     Subprocess recorder({"/usr/bin/arecord", "-q", "-D", "room", "-f", "FLOAT_LE", "-r", "48000",
                          "-d", "3", "--buffer-time=1000000", files.path("heard.wav").string()},
-                        foreignEnvironment());
+                        {}, foreignEnvironment());
     ASSERT_TRUE(eventually([this] {
         const auto room = roomsim::SharedRoom::inspect(files.room());
         return room && room->of(Role::kCapture).running;
     }));
     const ProcessResult played =
-        runProcess({"/usr/bin/aplay", "-q", "-D", "room", files.path("impulse.wav").string()},
+        runProcess({"/usr/bin/aplay", "-q", "-D", "room", files.path("impulse.wav").string()}, {},
                    foreignEnvironment());
     EXPECT_EQ(played.exitCode, 0) << played.errors;
     const ProcessResult recorded = recorder.wait();
