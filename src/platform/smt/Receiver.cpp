@@ -41,7 +41,11 @@ Receiver::Event Receiver::take(const Message& message) {
         announced_ = tell(MessageKind::Ready, 0);
         return Event::None;
     }
-    if (header.stream != stream_ || header.player != identity_)
+    if (header.player != identity_)
+        return Event::None;
+    if (stream_ == 0)
+        stream_ = header.stream;  // its Open went to the player before this one
+    if (header.stream != stream_)
         return Event::None;
     if (header.kind == MessageKind::Data)
         return takeData(message);

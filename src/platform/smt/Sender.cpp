@@ -65,6 +65,7 @@ private:
     void announce();
     void takeMessages();
     void take(const MessageHeader& header);
+    /// A stream that has begun is over with its player.
     void noticeLoss();
     /// Closes the stream, which also frees its name for another one.
     void giveUp(const std::string& why);
@@ -231,7 +232,7 @@ void Sender::Private::takeMessages() {
 
 void Sender::Private::take(const MessageHeader& header) {
     if (header.kind == MessageKind::Ready) {
-        if (header_.player == 0)
+        if (header_.player == 0 || sent_ == 0)
             header_.player = header.player;
         else if (header_.player != header.player)
             giveUp("another player has taken the place of its own");
@@ -246,8 +247,13 @@ void Sender::Private::take(const MessageHeader& header) {
 }
 
 void Sender::Private::noticeLoss() {
-    if (socket_ && header_.player != 0 && !socket_->hasPeer())
-        giveUp("its player is gone");
+    if (!socket_ || header_.player == 0 || socket_->hasPeer())
+        return;
+    if (sent_ > 0)
+        return giveUp("its player is gone");
+    // One that was just leaving: the next may still come.
+    header_.player = 0;
+    announced_ = false;
 }
 
 void Sender::Private::giveUp(const std::string& why) {

@@ -295,6 +295,19 @@ TEST_F(SenderTest, WithoutItsPlayerItDropsDataAndSaysSoOnce) {
     EXPECT_EQ(log.lines().size(), 1U);
 }
 
+TEST_F(SenderTest, AStreamThatHasNotBegunGoesToTheNextPlayer) {
+    for (int i = 0; i < 20; ++i) {
+        connectPlayer();
+        open();
+        player.reset();
+        connectPlayer().handOverEverything();
+        send(100);
+        sender.shutdownSender();
+        ASSERT_EQ(player->received(), 100U);
+        player.reset();
+    }
+}
+
 TEST_F(SenderTest, AnotherPlayerDoesNotGetTheRestOfAStream) {
     open();
     connectPlayer();
