@@ -91,7 +91,7 @@ std::chrono::milliseconds MicrophoneStream::patience() const {
 void MicrophoneStream::failSilent() const {
     throw DeviceError(DeviceError::Reason::timeout,
                       "the device's microphone sent nothing for " + secondsText(patience()) +
-                          (begun_ ? ": it may have been unplugged"
+                          (begun_ ? ": it may have been unplugged, or the network is down"
                                   : ": check that it is plugged in, and that nobody else records"));
 }
 
