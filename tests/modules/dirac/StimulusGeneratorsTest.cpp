@@ -1,3 +1,4 @@
+#include "modules/dirac/Fourier.h"
 #include "modules/dirac/StimulusGenerators.h"
 
 #include <gmock/gmock.h>
@@ -8,6 +9,7 @@
 #include <cstdint>
 #include <ctime>
 #include <numbers>
+#include <numeric>
 #include <thread>
 
 namespace {
@@ -110,6 +112,17 @@ double octavePower(const Samples& samples, unsigned begin) {
         }
     }
     return power;
+}
+
+/// The noise's power by its definition, at `frequency` in cycles per sample: white samples, and
+/// rows of white samples that are held for 2, 4, 8 and twice 16 of them.
+double definedPower(double frequency) {
+    const auto held = [frequency](double samples) {
+        const double ratio = std::sin(std::numbers::pi * frequency * samples) /
+                             std::sin(std::numbers::pi * frequency);
+        return ratio * ratio / samples;
+    };
+    return 1.0 + held(2) + held(4) + held(8) + 2.0 * held(16);
 }
 
 }  // namespace
@@ -274,4 +287,28 @@ TEST(PinkNoiseTest, OctavesCarrySimilarPower) {
     const double reference = octavePower(samples, 1024);
     for (const unsigned begin : {256U, 512U})
         EXPECT_NEAR(10 * std::log10(octavePower(samples, begin) / reference), 0.0, 3.0) << begin;
+}
+
+TEST(PinkNoiseTest, HasTheSpectrumOfItsDefinition) {
+    // 87 s: a third of an octave at 40 Hz holds 800 independent values.
+    constexpr std::size_t kLength = std::size_t{1} << 22U;
+    constexpr double kRate = 48000.0;
+    const auto spectrum = spectrumOf(generatePinkNoise(kRate, kLength), kLength);
+    std::vector<double> ratios;  // dB, of each third of an octave
+    for (double centre = 40.0; centre <= 16000.0; centre *= std::pow(2.0, 1.0 / 3.0)) {
+        const double edge = std::pow(2.0, 1.0 / 6.0);
+        double measured = 0.0;
+        double defined = 0.0;
+        const auto last = static_cast<std::size_t>(centre * edge / kRate * kLength);
+        for (auto k = static_cast<std::size_t>(centre / edge / kRate * kLength); k < last; ++k) {
+            measured += std::norm(spectrum[k]);
+            defined += definedPower(static_cast<double>(k) / kLength);
+        }
+        ratios.push_back(10.0 * std::log10(measured / defined));
+    }
+    // The level follows from the peak, which is a matter of chance.
+    const double level =
+        std::accumulate(ratios.begin(), ratios.end(), 0.0) / static_cast<double>(ratios.size());
+    for (const double ratio : ratios)
+        EXPECT_NEAR(ratio, level, 1.0);
 }
