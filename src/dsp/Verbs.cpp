@@ -18,7 +18,7 @@ constexpr std::size_t kBlock = 4096;
 
 /// Waits a while for the lock; a reader holds it for microseconds.
 std::unique_ptr<DiracConfiguration> readSegment(int key) {
-    constexpr int attempts = 500;
+    constexpr int attempts = 100;
     auto image = std::make_unique<DiracConfiguration>();
     platform::SystemVLock lock(key);
     for (int i = 0; i < attempts; ++i) {
