@@ -16,6 +16,8 @@ namespace {
 
 using nlohmann::ordered_json;
 using platform::DeviceDescription;
+using platform::ResourceBehaviour;
+using platform::ResourceDescription;
 using platform::Speaker;
 
 constexpr int kLowestSampleRate = 8000;     // Hz
@@ -26,6 +28,7 @@ constexpr unsigned kMostSlots = 256;
 constexpr unsigned kMostChannels = 64;
 constexpr std::size_t kMostMicrophones = 64;
 constexpr std::size_t kMostVolumeSteps = 10000;
+constexpr const char* kMicrophone = "microphone";
 constexpr std::array kLogLevels{"OFF", "FATAL", "ERROR", "WARN", "INFO", "DEBUG", "TRACE"};
 
 QString qtText(const std::string& text) {
@@ -106,6 +109,55 @@ std::string logLevel(const JsonReader& value) {
     return level;
 }
 
+ResourceBehaviour behaviour(const JsonReader& value) {
+    const std::string text = value.text();
+    if (text == "granted")
+        return ResourceBehaviour::Granted;
+    if (text == "refused")
+        return ResourceBehaviour::Refused;
+    if (text == "silent")
+        return ResourceBehaviour::Silent;
+    value.refuse("\"granted\", \"refused\" or \"silent\"");
+}
+
+const char* behaviourText(ResourceBehaviour behaviour) {
+    switch (behaviour) {
+        case ResourceBehaviour::Granted:
+            return "granted";
+        case ResourceBehaviour::Refused:
+            return "refused";
+        case ResourceBehaviour::Silent:
+            return "silent";
+    }
+    return "";
+}
+
+/// Each behaviour has keys of its own.
+ResourceDescription resource(const char* name, const JsonReader& value) {
+    JsonObjectReader object(value);
+    ResourceDescription result{
+        QString::fromLatin1(name), behaviour(object.required("behaviour")), {}, {}, {}};
+    if (result.behaviour == ResourceBehaviour::Granted) {
+        if (const auto holder = object.optional("holder"))
+            result.holder = qtText(holder->nonEmptyText());
+    }
+    if (result.behaviour == ResourceBehaviour::Refused) {
+        result.errorName = qtText(object.required("errorName").nonEmptyText());
+        result.errorText = qtText(object.required("errorText").text());
+    }
+    object.finish();
+    return result;
+}
+
+QList<ResourceDescription> resources(const JsonReader& value) {
+    QList<ResourceDescription> result;
+    JsonObjectReader object(value);
+    if (const auto described = object.optional(kMicrophone))
+        result.append(resource(kMicrophone, *described));
+    object.finish();
+    return result;
+}
+
 LogSettings logSettings(const JsonReader& value) {
     LogSettings settings;
     JsonObjectReader object(value);
@@ -140,6 +192,10 @@ void readCalibration(JsonObjectReader& object, DeviceDescription* device) {
     if (const auto disabled = object.optional("disableShmUpdate"))
         device->disableShmUpdate = disabled->boolean();
     device->volumeMap = volumeMap(object.required("volumeMap"));
+    if (const auto name = object.optional("playbackDeviceName"))
+        device->playbackDeviceName = qtText(name->text());
+    if (const auto described = object.optional("resources"))
+        device->resources = resources(*described);
 }
 
 void readProcess(JsonObjectReader& object, HostDescription* description) {
@@ -167,6 +223,21 @@ ordered_json microphonesJson(const QStringList& microphones) {
     for (const auto& name : microphones)
         list.push_back(name.toStdString());
     return list;
+}
+
+ordered_json resourcesJson(const QList<ResourceDescription>& resources) {
+    ordered_json all = ordered_json::object();
+    for (const auto& resource : resources) {
+        ordered_json one{{"behaviour", behaviourText(resource.behaviour)}};
+        if (!resource.holder.isEmpty())
+            one["holder"] = resource.holder.toStdString();
+        if (resource.behaviour == ResourceBehaviour::Refused) {
+            one["errorName"] = resource.errorName.toStdString();
+            one["errorText"] = resource.errorText.toStdString();
+        }
+        all[resource.name.toStdString()] = one;
+    }
+    return all;
 }
 
 }  // namespace
@@ -200,6 +271,8 @@ std::string descriptionText(const HostDescription& description) {
     document["micRecordSampleRate"] = device.micRecordSampleRate;
     document["disableShmUpdate"] = device.disableShmUpdate;
     document["volumeMap"] = std::vector<double>(device.volumeMap.begin(), device.volumeMap.end());
+    document["playbackDeviceName"] = device.playbackDeviceName.toStdString();
+    document["resources"] = resourcesJson(device.resources);
     document["stateDirectory"] = device.stateDirectory.toStdString();
     document["listenAddress"] = device.listenAddress.toStdString();
     document["log"] = {{"level", description.log.level}, {"file", description.log.file}};

@@ -1,6 +1,7 @@
 #include "host/Host.h"
 
 #include "platform/cm/Tree.h"
+#include "platform/player/Player.h"
 
 #include <log4cplus/loggingmacros.h>
 
@@ -35,6 +36,11 @@ Host::~Host() {
     control_.reset();
     endWorkers();
     LOG4CPLUS_INFO(hostLogger(), "All workers have ended");
+}
+
+void Host::play(const std::string& soundFile) {
+    PlayLogicInterface::playerInstance()->play(
+        platform::fileRoles(QString::fromStdString(soundFile)), false);
 }
 
 void Host::warnAboutMissingValues() {

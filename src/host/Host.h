@@ -23,6 +23,9 @@ public:
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
 
+    /// Plays a sound file, the absolute path of which is given, in the place of what plays now.
+    static void play(const std::string& soundFile);
+
 private:
     void warnAboutMissingValues();
     void endWorkers();

@@ -19,6 +19,7 @@ Examples:
   veskd devices/stereo.json                    a stereo device, state in ./state/stereo
   veskd --listen 127.0.0.1 --log-level DEBUG devices/ten-channel.json
   veskd --state-dir /tmp/device --worker ./libmine.so devices/stereo.json
+  veskd --play song.wav devices/stereo.json
   veskd --print-description devices/stereo.json
 
 Exit codes: 0 ended in order, 1 could not start, 2 wrong usage.)";
@@ -47,6 +48,9 @@ void addOptions(CLI::App& app, HostOptions& options) {
     app.add_option("--listen", options.listenAddress, "Address of the calibration server")
         ->check(CLI::Validator(&checkAddress, ""))
         ->type_name("ADDRESS");
+    app.add_option("--play", options.soundFile, "Play this sound file once the device runs")
+        ->check(CLI::Validator(CLI::ExistingFile).description(""))
+        ->type_name("PATH");
     app.add_option("--log-level", options.logLevel, "OFF, FATAL, ERROR, WARN, INFO, DEBUG or TRACE")
         ->check(CLI::Validator(&checkLogLevel, ""))
         ->type_name("LEVEL");

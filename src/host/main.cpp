@@ -60,6 +60,7 @@ void runDevice(HostDescription& description, const HostOptions& options,
     const host::Logging logging(description.log);
     const auto plugins = host::pluginPaths(options.workers);
     const auto givenSocket = options.controlSocket ? absolutePath(*options.controlSocket) : "";
+    const auto soundFile = options.soundFile ? absolutePath(*options.soundFile) : "";
     const auto state = host::enterStateDirectory(description.device.stateDirectory.toStdString());
     description.device.stateDirectory = QString::fromStdString(state);
     const auto socket = givenSocket.empty() ? state + "/" + kControlSocketName : givenSocket;
@@ -69,6 +70,8 @@ void runDevice(HostDescription& description, const HostOptions& options,
                      &QCoreApplication::quit);
     const host::Host device(description.device, socket, plugins);
     tellReady(options, socket);
+    if (!soundFile.empty())
+        host::Host::play(soundFile);
     application.exec();
 }
 

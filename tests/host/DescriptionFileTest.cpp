@@ -25,6 +25,9 @@ json completeDocument() {
         "numberOfSlots": 5, "stimuliSampleRate": 44100, "stimuliChannels": 6, "ipcKey": -7,
         "micDeviceName": "hw:1", "micRecordSampleRate": 96000, "disableShmUpdate": true,
         "volumeMap": [-60.5, -20, 0],
+        "playbackDeviceName": "hw:2",
+        "resources": {"microphone": {"behaviour": "refused", "errorName": "Broken",
+                                     "errorText": "It is broken"}},
         "stateDirectory": "some/where", "listenAddress": "::1",
         "log": {"level": "DEBUG", "file": "device.log"}
     })");
@@ -82,6 +85,12 @@ TEST_F(DescriptionFileTest, ReadsEveryKey) {
     EXPECT_EQ(device.micRecordSampleRate, 96000);
     EXPECT_TRUE(device.disableShmUpdate);
     EXPECT_THAT(device.volumeMap, ElementsAre(-60.5, -20, 0));
+    EXPECT_EQ(device.playbackDeviceName, "hw:2");
+    ASSERT_EQ(device.resources.size(), 1);
+    EXPECT_EQ(device.resources[0].name, "microphone");
+    EXPECT_EQ(device.resources[0].behaviour, platform::ResourceBehaviour::Refused);
+    EXPECT_EQ(device.resources[0].errorName, "Broken");
+    EXPECT_EQ(device.resources[0].errorText, "It is broken");
     EXPECT_EQ(device.stateDirectory, "some/where");
     EXPECT_EQ(device.listenAddress, "::1");
     EXPECT_EQ(description.log.level, "DEBUG");
@@ -90,12 +99,14 @@ TEST_F(DescriptionFileTest, ReadsEveryKey) {
 
 TEST_F(DescriptionFileTest, OptionalKeysHaveDefaults) {
     json document = completeDocument();
-    for (const char* key :
-         {"stimuliChannels", "disableShmUpdate", "stateDirectory", "listenAddress", "log"})
+    for (const char* key : {"stimuliChannels", "disableShmUpdate", "playbackDeviceName",
+                            "resources", "stateDirectory", "listenAddress", "log"})
         document.erase(key);
     const auto description = read(document);
     EXPECT_EQ(description.device.stimuliChannels, std::nullopt);
     EXPECT_FALSE(description.device.disableShmUpdate);
+    EXPECT_EQ(description.device.playbackDeviceName, "");
+    EXPECT_TRUE(description.device.resources.empty());
     EXPECT_EQ(description.device.stateDirectory, "state");
     EXPECT_EQ(description.device.listenAddress, "0.0.0.0");
     EXPECT_EQ(description.log.level, "INFO");
@@ -125,6 +136,32 @@ TEST_F(DescriptionFileTest, UnknownKeysAreRefused) {
     expectRefused([](json& document) { document["log"]["colour"] = true; },
                   "/log/colour: this key is not known");
     expectRefused([](json& document) { document["a/b"] = 1; }, "/a~1b: this key is not known");
+}
+
+TEST_F(DescriptionFileTest, AResourceMayHaveAHolderOrNeverAnswer) {
+    json document = completeDocument();
+    auto& microphone = document["resources"]["microphone"];
+    microphone = {{"behaviour", "granted"}, {"holder", "Assistant"}};
+    const auto held = read(document).device.resources[0];
+    EXPECT_EQ(held.behaviour, platform::ResourceBehaviour::Granted);
+    EXPECT_EQ(held.holder, "Assistant");
+    EXPECT_EQ(json::parse(descriptionText(read(document))), document);
+    microphone = {{"behaviour", "silent"}};
+    EXPECT_EQ(read(document).device.resources[0].behaviour, platform::ResourceBehaviour::Silent);
+    EXPECT_EQ(json::parse(descriptionText(read(document))), document);
+}
+
+TEST_F(DescriptionFileTest, EachBehaviourOfAResourceHasItsOwnKeys) {
+    const auto describe = [](const json& microphone) {
+        return [microphone](json& document) { document["resources"]["microphone"] = microphone; };
+    };
+    expectRefused(describe({{"behaviour", "silent"}, {"holder", "X"}}),
+                  "/resources/microphone/holder: this key is not known");
+    expectRefused(describe({{"behaviour", "granted"}, {"errorName", "X"}}),
+                  "/resources/microphone/errorName: this key is not known");
+    expectRefused(describe({{"behaviour", "refused"}, {"errorText", "X"}}),
+                  "/resources/microphone/errorName: this key is missing");
+    expectRefused(describe(json::object()), "/resources/microphone/behaviour: this key is missing");
 }
 
 TEST_F(DescriptionFileTest, PrintedTextIsADescriptionAgain) {
@@ -226,6 +263,12 @@ INSTANTIATE_TEST_SUITE_P(
         WrongValue{"/volumeMap/1", "x", "a number, found \"x\""},
         WrongValue{"/volumeMap/1", -70, "a volume in dB, above the one before it and at most 0"},
         WrongValue{"/volumeMap/2", 1, "a volume in dB, above the one before it and at most 0"},
+        WrongValue{"/playbackDeviceName", 1, "a text, found 1"},
+        WrongValue{"/resources", json::array(), "an object, found []"},
+        WrongValue{"/resources/microphone", true, "an object, found true"},
+        WrongValue{"/resources/microphone/behaviour", "loud",
+                   "\"granted\", \"refused\" or \"silent\", found \"loud\""},
+        WrongValue{"/resources/microphone/errorName", "", "a text that is not empty"},
         WrongValue{"/stateDirectory", "", "a text that is not empty"},
         WrongValue{"/listenAddress", "localhost", "an IP address, found \"localhost\""},
         WrongValue{"/listenAddress", "127.0.0.1:5002", "an IP address"},

@@ -22,6 +22,12 @@ using testing::Not;
 
 constexpr const char* kStereo = VESK_DEVICES "/stereo.json";
 
+/// One frame of mono, 8 bits, 8 kHz.
+const std::string kSilentWav(
+    "RIFF\x25\0\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x40\x1f\0\0\x40\x1f\0\0\1\0\x08\0"
+    "data\1\0\0\0\x80",
+    45);
+
 bool segmentExists() {
     return shmget(1234, 0, 0) >= 0;
 }
@@ -249,6 +255,19 @@ TEST_F(VeskdTest, AControlPathThatIsTooLongIsNamed) {
     Subprocess device(testDevice({"--control", controlSocket()}, deep));
     expectReady(device);
     expectCleanEnd(device, SIGTERM);
+}
+
+TEST_F(VeskdTest, PlaysASoundFileOfTheUsersDirectory) {
+    std::ofstream(scratch("sound.wav"), std::ios::binary) << kSilentWav;
+    Subprocess device(testDevice({"--play", "sound.wav"}), scratch_.path().string());
+    expectReady(device);
+    device.awaitError("Playing file://" + scratch("sound.wav"));
+    expectCleanEnd(device, SIGTERM);
+}
+
+TEST_F(VeskdTest, ASoundFileThatDoesNotExistIsWrongUsage) {
+    expectFailure(testDevice({"--play", "nothing.wav"}), "--play: File does not exist: nothing.wav",
+                  2);
 }
 
 TEST_F(VeskdTest, AWrongDescriptionIsRefusedBeforeAnythingStarts) {

@@ -25,6 +25,11 @@ QString resourceName(int resource) {
                                                              : QString();
 }
 
+/// As it came: a client may send numbers that are not in the record's enumeration. -1: none.
+int numberIn(const VeskHash& record, const QString& key) {
+    return record.contains(key) ? record.value(key).toInt() : -1;
+}
+
 /// A resource, and the module that holds it.
 struct Resource {
     ResourceDescription description;
@@ -33,7 +38,8 @@ struct Resource {
 
 std::map<QString, Resource> resourcesOf(const QList<ResourceDescription>& described) {
     const QString microphone = resourceName(VeskPowerManagerResources::Microphone);
-    std::map<QString, Resource> resources{{microphone, {}}};
+    std::map<QString, Resource> resources;
+    resources[microphone].description.name = microphone;
     for (const ResourceDescription& resource : described)
         resources[resource.name] = {resource, resource.holder};
     return resources;
@@ -76,17 +82,22 @@ private:
 
     void request(const CMSetDataRequest& request) {
         const VeskPowerManagerResourceRequest wish(request.value().hash());
-        const auto resource = resources_.find(resourceName(wish.resource()));
-        if (resource == resources_.end() || !wish.contains(wish.Resource()))
+        const int number = numberIn(wish, wish.Resource());
+        const auto resource = resources_.find(resourceName(number));
+        if (resource == resources_.end())
             return refuse(request, QStringLiteral("InvalidArgument"),
-                          QStringLiteral("There is no resource %1").arg(wish.resource()));
+                          QStringLiteral("There is no resource %1").arg(number));
         if (wish.moduleName().isEmpty())
             return refuse(request, QStringLiteral("InvalidArgument"),
                           QStringLiteral("A module without a name cannot have a resource"));
         if (resource->second.description.behaviour == ResourceBehaviour::Silent)
             return leaveUnanswered(request);
-        answer(request, wish, resource->second);
+        const CMError fault = carryOut(wish, resource->second);
         showResources();
+        if (fault.isError())
+            request.reply().setError(fault);
+        else
+            request.reply().setValue(true);
     }
 
     /// Keeps the request: dropping it would answer it. The oldest one goes when there are too many.
@@ -96,37 +107,35 @@ private:
             unanswered_.pop_front();
     }
 
-    static void answer(const CMSetDataRequest& request, const VeskPowerManagerResourceRequest& wish,
-                       Resource& resource) {
-        if (wish.contains(wish.Action()) && wish.action() == VeskPowerModuleActions::Acquire)
-            return acquire(request, wish, resource);
-        if (wish.action() == VeskPowerModuleActions::Release)
-            return release(request, wish, resource);
-        refuse(request, QStringLiteral("InvalidArgument"),
-               QStringLiteral("There is no action %1").arg(wish.action()));
+    /// Why it cannot be; no error when it is done.
+    static CMError carryOut(const VeskPowerManagerResourceRequest& wish, Resource& resource) {
+        const int action = numberIn(wish, wish.Action());
+        if (action == VeskPowerModuleActions::Acquire)
+            return acquire(wish.moduleName(), resource);
+        if (action == VeskPowerModuleActions::Release)
+            return release(wish.moduleName(), resource);
+        return {QStringLiteral("InvalidArgument"),
+                QStringLiteral("There is no action %1").arg(action)};
     }
 
-    static void acquire(const CMSetDataRequest& request,
-                        const VeskPowerManagerResourceRequest& wish, Resource& resource) {
+    static CMError acquire(const QString& module, Resource& resource) {
         const ResourceDescription& described = resource.description;
         if (described.behaviour == ResourceBehaviour::Refused)
-            return refuse(request, described.errorName, described.errorText);
-        if (!resource.holder.isEmpty() && resource.holder != wish.moduleName())
-            return refuse(request, QStringLiteral("ResourceBusy"),
-                          QStringLiteral("The %1 is held by %2")
-                              .arg(resourceName(wish.resource()), resource.holder));
-        resource.holder = wish.moduleName();
-        request.reply().setValue(true);
+            return {described.errorName, described.errorText};
+        if (!resource.holder.isEmpty() && resource.holder != module)
+            return {QStringLiteral("ResourceBusy"),
+                    QStringLiteral("The %1 is held by %2").arg(described.name, resource.holder)};
+        resource.holder = module;
+        return {};
     }
 
-    static void release(const CMSetDataRequest& request,
-                        const VeskPowerManagerResourceRequest& wish, Resource& resource) {
-        if (resource.holder != wish.moduleName())
-            return refuse(request, QStringLiteral("NotHolder"),
-                          QStringLiteral("The %1 is not held by %2")
-                              .arg(resourceName(wish.resource()), wish.moduleName()));
+    static CMError release(const QString& module, Resource& resource) {
+        if (resource.holder != module)
+            return {
+                QStringLiteral("NotHolder"),
+                QStringLiteral("The %1 is not held by %2").arg(resource.description.name, module)};
         resource.holder.clear();
-        request.reply().setValue(true);
+        return {};
     }
 
     void showModules() {
