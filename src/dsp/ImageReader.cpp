@@ -1,7 +1,5 @@
 #include "dsp/ImageReader.h"
 
-#include "segment/SegmentCopy.h"
-
 #include <algorithm>
 #include <mutex>
 #include <span>
@@ -9,6 +7,8 @@
 
 namespace dsp {
 namespace {
+
+constexpr unsigned kCallsUntilQuiet = 500;
 
 bool sameContent(const DiracConfiguration& a, const DiracConfiguration& b) {
     constexpr std::size_t content = sizeof a.timeStamp;
@@ -18,16 +18,6 @@ bool sameContent(const DiracConfiguration& a, const DiracConfiguration& b) {
 
 }  // namespace
 
-/// The lock is not asked for without a segment: asking would create it.
-bool readImage(int key, platform::SystemVLock* lock, DiracConfiguration* image) {
-    segment::checkSegment(key);
-    if (!lock->tryLock())
-        return false;
-    const std::unique_lock<platform::SystemVLock> guard(*lock, std::adopt_lock);
-    segment::copySegment(key, image);
-    return true;
-}
-
 ImageReader::ImageReader(int key)
     : key_(key),
       lock_(key),
@@ -36,23 +26,48 @@ ImageReader::ImageReader(int key)
 }
 
 bool ImageReader::poll() {
-    if (!read())
+    if (!look())
         return false;
     std::swap(image_, seen_);
     return !sameContent(*image_, *seen_);
 }
 
-/// False when the lock is held.
-bool ImageReader::read() {
+/// False when there is nothing to compare.
+bool ImageReader::look() {
     try {
-        if (!readImage(key_, &lock_, seen_.get()))
-            return false;
-        problem_.clear();
+        const int id = segment::findSegment(key_);
+        return !isQuiet(id) && copy(id);
     } catch (const segment::SegmentError& error) {
-        *seen_ = DiracConfiguration{};
-        problem_ = error.what();
+        bypass(error.what());
+        return true;
     }
+}
+
+bool ImageReader::isQuiet(int id) const {
+    return attachment_ && attachment_->id() == id && unchanged_ > kCallsUntilQuiet &&
+           attachment_->peek() == stamp_;
+}
+
+/// False when the lock is held. It is asked for only where there is a segment, because asking
+/// creates it.
+bool ImageReader::copy(int id) {
+    if (!lock_.tryLock())
+        return false;
+    const std::unique_lock<platform::SystemVLock> guard(lock_, std::adopt_lock);
+    if (!attachment_ || attachment_->id() != id)
+        attachment_.emplace(key_);
+    const Stamp stamp = attachment_->peek();
+    unchanged_ = stamp == stamp_ ? unchanged_ + 1 : 0;
+    stamp_ = stamp;
+    attachment_->copy(seen_.get());
+    problem_.clear();
     return true;
+}
+
+void ImageReader::bypass(const std::string& reason) {
+    attachment_.reset();
+    *seen_ = DiracConfiguration{};
+    problem_ = reason;
 }
 
 }  // namespace dsp

@@ -26,17 +26,24 @@ Processor::Processor(int key, Report report)
 }
 
 Processor::~Processor() {
+    stopFollowing();
+}
+
+void Processor::stopFollowing() {
     {
         const std::lock_guard guard(mutex_);
         stop_ = true;
+        reader_.detach();
     }
     stopped_.notify_one();
-    thread_.join();
+    if (thread_.joinable())
+        thread_.join();
 }
 
 void Processor::prepare(const StreamFormat& format) {
     const std::lock_guard guard(mutex_);
-    reader_.poll();
+    if (!stop_)
+        reader_.poll();
     engineFormat_ = format;
     handover_.clear();
     fader_.emplace(makeEngine(), handover_);

@@ -45,6 +45,10 @@ public:
     /// For the audio thread: neither allocates nor waits. Without a format it changes nothing.
     void process(std::span<std::int32_t> samples) noexcept;
 
+    /// Leaves the segment; from then on the last image serves. The segment is removed by whoever
+    /// leaves it last, and that should be its owner. Any thread but the audio thread.
+    void stopFollowing();
+
     /// Frames between input and output in the present format.
     [[nodiscard]] std::size_t latency() const { return Engine::latency(format_.rate); }
 

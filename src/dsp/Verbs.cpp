@@ -2,11 +2,13 @@
 
 #include "dsp/Engine.h"
 #include "dsp/ImageFile.h"
-#include "dsp/ImageReader.h"
 #include "dsp/ToolError.h"
+#include "platform/services/SystemVLock.h"
+#include "segment/SegmentAttachment.h"
 
 #include <algorithm>
 #include <chrono>
+#include <mutex>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -17,17 +19,26 @@ namespace {
 constexpr std::size_t kBlock = 4096;
 
 /// Waits a while for the lock; a reader holds it for microseconds.
-std::unique_ptr<DiracConfiguration> readSegment(int key) {
+void take(platform::SystemVLock* lock, int key) {
     constexpr int attempts = 100;
-    auto image = std::make_unique<DiracConfiguration>();
-    platform::SystemVLock lock(key);
     for (int i = 0; i < attempts; ++i) {
-        if (readImage(key, &lock, image.get()))
-            return image;
+        if (lock->tryLock())
+            return;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     throw ToolError("the lock with key " + std::to_string(key) +
                     " is held: nobody can read the segment");
+}
+
+/// The lock is asked for only where there is a segment, because asking creates it.
+std::unique_ptr<DiracConfiguration> readSegment(int key) {
+    segment::findSegment(key);
+    platform::SystemVLock lock(key);
+    take(&lock, key);
+    const std::unique_lock<platform::SystemVLock> guard(lock, std::adopt_lock);
+    auto image = std::make_unique<DiracConfiguration>();
+    segment::SegmentAttachment(key).copy(image.get());
+    return image;
 }
 
 std::unique_ptr<DiracConfiguration> readFrom(const ImageSource& source) {

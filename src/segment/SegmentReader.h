@@ -1,7 +1,7 @@
 #pragma once
 
 #include "sdk/dldsp/DiracConfiguration.h"
-#include "segment/SegmentCopy.h"
+#include "segment/SegmentAttachment.h"
 
 #include <memory>
 

@@ -117,10 +117,38 @@ TEST_F(ImageReaderTest, ASegmentOfAnotherSizeIsBypass) {
     EXPECT_THAT(reader_.problem(), HasSubstr("4096 bytes"));
 }
 
-TEST_F(ImageReaderTest, IsNotAttachedBetweenLooks) {
+TEST_F(ImageReaderTest, StaysAttachedUntilItLeaves) {
     publish(2);
     reader_.poll();
+    reader_.poll();
+    EXPECT_EQ(segment_->otherAttachments(), 1U);
+    reader_.detach();
     EXPECT_EQ(segment_->otherAttachments(), 0U);
+    EXPECT_EQ(reader_.image().speakerCount, 2U);
+    EXPECT_FALSE(reader_.poll());
+    EXPECT_EQ(segment_->otherAttachments(), 1U);
+}
+
+TEST_F(ImageReaderTest, FollowsASegmentThatIsMadeAnewAtOnce) {
+    publish(2);
+    reader_.poll();
+    segment_.reset();
+    publish(3);
+    EXPECT_TRUE(reader_.poll());
+    EXPECT_EQ(reader_.image().speakerCount, 3U);
+    EXPECT_EQ(segment_->otherAttachments(), 1U);
+}
+
+TEST_F(ImageReaderTest, NeedsNoLockWhenNothingHasChangedForLong) {
+    publish(2);
+    for (int i = 0; i < 600; ++i)
+        reader_.poll();
+    semctl(semget(key_, 0, 0), 0, IPC_RMID);
+    EXPECT_FALSE(reader_.poll());
+    EXPECT_FALSE(segment_->hasLock());
+    publish(3);
+    EXPECT_TRUE(reader_.poll());
+    EXPECT_TRUE(segment_->hasLock());
 }
 
 }  // namespace

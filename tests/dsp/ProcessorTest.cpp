@@ -204,6 +204,18 @@ TEST_F(ProcessorTest, EndsWhileTheLockIsHeld) {
     lock.unlock();
 }
 
+TEST_F(ProcessorTest, AfterItHasLeftTheSegmentTheLastImageServes) {
+    publishFactor(0.5F);
+    processor().prepare({48000, 2});
+    EXPECT_EQ(segment_->otherAttachments(), 1U);
+    processor().stopFollowing();
+    EXPECT_EQ(segment_->otherAttachments(), 0U);
+    publishFactor(0.25F);
+    processor().prepare({44100, 2});
+    EXPECT_NEAR(factorNow(), 0.5, 1e-6);
+    EXPECT_EQ(segment_->otherAttachments(), 0U);
+}
+
 TEST_F(ProcessorTest, ClipsWhatExceedsFullScale) {
     publishFactor(3);
     processor().prepare({48000, 2});

@@ -1,4 +1,4 @@
-#include "segment/SegmentCopy.h"
+#include "segment/SegmentAttachment.h"
 
 #include <sys/ipc.h>
 #include <sys/shm.h>
@@ -30,33 +30,6 @@ bool meansAbsent(int error) {
                        std::generic_category().message(error));
 }
 
-int findSegment(int key) {
-    const int id = shmget(key, 0, 0);
-    if (id < 0)
-        fail(key, "open", errno);
-    return id;
-}
-
-/// An attachment that ends with the object.
-class Attachment {
-public:
-    Attachment(int key, int id) : address_(shmat(id, nullptr, SHM_RDONLY)) {
-        if (!isAttached())
-            fail(key, "attach", errno);
-    }
-    ~Attachment() { shmdt(address_); }
-    Attachment(const Attachment&) = delete;
-    Attachment& operator=(const Attachment&) = delete;
-
-    const void* address() const { return address_; }
-
-private:
-    // shmat() reports a failure by this address.
-    bool isAttached() const { return reinterpret_cast<std::intptr_t>(address_) != -1; }
-
-    void* const address_;
-};
-
 void checkSize(int key, int id) {
     shmid_ds status{};
     if (shmctl(id, IPC_STAT, &status) != 0)
@@ -77,19 +50,40 @@ void checkMagic(int key, std::uint32_t magic) {
     throw SegmentError(text.str());
 }
 
-}  // namespace
-
-void checkSegment(int key) {
-    checkSize(key, findSegment(key));
+const DiracSegment* attach(int key, int id) {
+    void* const address = shmat(id, nullptr, SHM_RDONLY);
+    // shmat() reports a failure by this address.
+    if (reinterpret_cast<std::intptr_t>(address) == -1)
+        fail(key, "attach", errno);
+    return static_cast<const DiracSegment*>(address);
 }
 
-void copySegment(int key, DiracConfiguration* image) {
-    const int id = findSegment(key);
+}  // namespace
+
+int findSegment(int key) {
+    const int id = shmget(key, 0, 0);
+    if (id < 0)
+        fail(key, "open", errno);
     checkSize(key, id);
-    const Attachment attachment(key, id);
-    const auto* source = static_cast<const DiracSegment*>(attachment.address());
-    checkMagic(key, source->magic);
-    std::memcpy(image, &source->configuration, sizeof(DiracConfiguration));
+    return id;
+}
+
+SegmentAttachment::SegmentAttachment(int key)
+    : key_(key), id_(findSegment(key)), segment_(attach(key, id_)) {
+}
+
+SegmentAttachment::~SegmentAttachment() {
+    shmdt(segment_);
+}
+
+SegmentAttachment::Stamp SegmentAttachment::peek() const {
+    return {__atomic_load_n(&segment_->magic, __ATOMIC_RELAXED),
+            __atomic_load_n(&segment_->configuration.timeStamp, __ATOMIC_RELAXED)};
+}
+
+void SegmentAttachment::copy(DiracConfiguration* image) const {
+    checkMagic(key_, segment_->magic);
+    std::memcpy(image, &segment_->configuration, sizeof(DiracConfiguration));
 }
 
 }  // namespace segment
