@@ -152,6 +152,7 @@ private:
     bool isOpen_{false};
     bool isStarted_{false};
     std::uint64_t done_{0};  // speakers that have played
+    std::vector<std::int32_t> scaled_;
 };
 
 RpcHandler::Playback::~Playback() {
@@ -222,10 +223,11 @@ void RpcHandler::Playback::send(int speaker, std::span<const std::int32_t> sampl
     const auto channels = static_cast<int>(payloader_.channels());
     LOG4CPLUS_TRACE(logger, "monoToSpecificChannel: " << speaker << " -> " << channels
                                                       << ", samples: " << samples.size());
-    QByteArray frames = monoToSpecificChannel(reinterpret_cast<const char*>(samples.data()),
-                                              samples.size_bytes(), speaker, channels);
-    const float gain = *handler_.stimuliGains_.at(static_cast<std::size_t>(speaker));
-    applyGain(frames, speaker, channels, gain);
+    // The gain first: it leaves the other channels' silence as it is.
+    applyGain(samples, *handler_.stimuliGains_.at(static_cast<std::size_t>(speaker)), scaled_);
+    const QByteArray frames =
+        monoToSpecificChannel(reinterpret_cast<const char*>(scaled_.data()),
+                              scaled_.size() * sizeof(std::int32_t), speaker, channels);
     sender_->sendMediaData(
         miscUtils::NoTimeValue, miscUtils::NoTimeValue,
         std::as_bytes(std::span(frames.constData(), static_cast<std::size_t>(frames.size()))));

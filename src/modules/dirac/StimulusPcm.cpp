@@ -24,12 +24,12 @@ Sample sampleOf(float x) {
     return static_cast<Sample>(x >= 0.0F ? product + 0.5 : product - 0.5);
 }
 
-/// Like std::round(), without the call.
+// Frames are filled in pieces that stay in the processor's nearest cache.
+constexpr std::size_t kPiece = 8192;  // bytes
+
+/// Without a branch or a call, so that several are done at once.
 Sample nearest(double value) {
-    const double inRange = std::clamp(value, double{kSmallest}, double{kLargest});
-    const auto whole = static_cast<Sample>(inRange);
-    const double fraction = inRange - whole;
-    return whole + static_cast<Sample>(fraction >= 0.5) - static_cast<Sample>(fraction <= -0.5);
+    return static_cast<Sample>(value + std::copysign(0.5, value));
 }
 
 }  // namespace
@@ -42,24 +42,26 @@ std::vector<std::int32_t> pcmOf(const std::vector<float>& samples) {
 
 QByteArray monoToSpecificChannel(const char* samples, std::size_t size, int channel, int channels) {
     const std::size_t frameSize = sizeof(Sample) * static_cast<std::size_t>(channels);
+    const std::size_t offset = sizeof(Sample) * static_cast<std::size_t>(channel);
     const std::size_t count = size / sizeof(Sample);
-    QByteArray frames(static_cast<int>(count * frameSize), '\0');
-    char* target = frames.data() + sizeof(Sample) * static_cast<std::size_t>(channel);
-    for (std::size_t k = 0; k < count; ++k)
-        std::memcpy(target + k * frameSize, samples + k * sizeof(Sample), sizeof(Sample));
+    const std::size_t piece = std::max<std::size_t>(kPiece / frameSize, 1);  // frames
+    QByteArray frames(static_cast<int>(count * frameSize), Qt::Uninitialized);
+    char* target = frames.data();
+    for (std::size_t begin = 0; begin < count; begin += piece) {
+        const std::size_t end = std::min(begin + piece, count);
+        std::memset(target + begin * frameSize, 0, (end - begin) * frameSize);
+        for (std::size_t k = begin; k < end; ++k)
+            std::memcpy(target + k * frameSize + offset, samples + k * sizeof(Sample),
+                        sizeof(Sample));
+    }
     return frames;
 }
 
-void applyGain(QByteArray& frames, int channel, int channels, float gain) {
-    const std::size_t frameSize = sizeof(Sample) * static_cast<std::size_t>(channels);
-    const std::size_t count = static_cast<std::size_t>(frames.size()) / frameSize;
-    char* target = frames.data() + sizeof(Sample) * static_cast<std::size_t>(channel);
-    for (std::size_t k = 0; k < count; ++k, target += frameSize) {
-        Sample sample = 0;
-        std::memcpy(&sample, target, sizeof(Sample));
-        sample = nearest(double{gain} * sample);
-        std::memcpy(target, &sample, sizeof(Sample));
-    }
+void applyGain(std::span<const Sample> samples, float gain, std::vector<Sample>& scaled) {
+    scaled.resize(samples.size());
+    std::ranges::transform(samples, scaled.begin(), [factor = double{gain}](Sample sample) {
+        return nearest(factor * sample);
+    });
 }
 
 float playbackProgress(std::uint64_t position, std::uint64_t done, std::uint64_t size,

@@ -17,9 +17,10 @@ std::vector<std::int32_t> pcmOf(const std::vector<float>& samples);
 /// `size` is that of the samples in bytes, 4 each, in native order; 0 <= channel < channels.
 QByteArray monoToSpecificChannel(const char* samples, std::size_t size, int channel, int channels);
 
-/// Multiplies the samples of the only channel that is not silent; rounds to the nearest with ties
-/// away from zero and clips at full scale.
-void applyGain(QByteArray& frames, int channel, int channels, float gain);
+/// Multiplies the samples by a gain of at most 1; the products go to `scaled`, rounded to the
+/// nearest with ties away from zero. Exact for gains of 2^-20 and above, and for 0.
+void applyGain(std::span<const std::int32_t> samples, float gain,
+               std::vector<std::int32_t>& scaled);
 
 /// What a client is told after each chunk: percent of one pass through the speakers, from -1. A
 /// stimulus that repeats counts on beyond 100. `position` is that in the signal, `size` the
