@@ -1,6 +1,7 @@
 #include "calibrate/MicrophoneStream.h"
 
 #include "calibrate/DeviceQuery.h"
+#include "calibrate/StimulusCall.h"
 #include "calibrate/Text.h"
 
 #include <cmath>
@@ -40,7 +41,9 @@ MicrophoneStream MicrophoneStream::open(EndpointClient& client, int microphone) 
 MicrophoneStream MicrophoneStream::openWithStimulus(EndpointClient& client,
                                                     const Stimulus& stimulus, int microphone) {
     client.prepareStimuli(preparation(stimulus, true));
-    return {client.startRecordingStimuli(startTime(stimulus)), client.timeout(), microphone};
+    auto call = std::make_unique<StimulusCall<protocol::AudioBuffers>>(
+        client.startRecordingStimuli(startTime(stimulus)));
+    return {std::move(call), client.timeout(), microphone};
 }
 
 MicrophoneStream::MicrophoneStream(std::unique_ptr<Stream> stream,

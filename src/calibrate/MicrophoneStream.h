@@ -17,7 +17,8 @@ namespace calibrate {
 int readMicrophoneRate(EndpointClient& client, int microphone);
 
 /// What a device's microphone hears. The recording ends with the object, and with it a stimulus
-/// that is played for it. Must not outlive the client.
+/// that is played for it; then the destructor waits until the device is quiet. Must not outlive the
+/// client.
 class MicrophoneStream {
 public:
     /// Streams until the object dies.

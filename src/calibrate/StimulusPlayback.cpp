@@ -1,6 +1,7 @@
 #include "calibrate/StimulusPlayback.h"
 
 #include "calibrate/Errors.h"
+#include "calibrate/StimulusCall.h"
 #include "calibrate/Text.h"
 
 #include <algorithm>
@@ -22,7 +23,8 @@ constexpr double kMaxPercent = 1e9;
 std::unique_ptr<EndpointStream<protocol::Progress>> start(EndpointClient& client,
                                                           const Stimulus& stimulus) {
     client.prepareStimuli(preparation(stimulus, false));
-    return client.startStimuli(startTime(stimulus));
+    return std::make_unique<StimulusCall<protocol::Progress>>(
+        client.startStimuli(startTime(stimulus)));
 }
 
 }  // namespace

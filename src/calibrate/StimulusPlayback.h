@@ -11,7 +11,8 @@
 namespace calibrate {
 
 /// A stimulus that a device plays while the client only listens to its progress. The sound ends
-/// with the object. Gains are the caller's concern (StimulusGains).
+/// with the object, whose destructor waits until the device is quiet. Gains are the caller's
+/// concern (StimulusGains).
 class StimulusPlayback {
 public:
     using Seconds = std::chrono::duration<double>;
