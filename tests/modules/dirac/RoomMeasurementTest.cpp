@@ -4,6 +4,7 @@
 #include "modules/dirac/MeasurementFixture.h"
 #include "modules/dirac/StimulusGenerators.h"
 #include "platform/PlatformPaths.h"
+#include "platform/endpoint/FreezableRelay.h"
 #include "roomsim/AlsaPcm.h"
 #include "sdk/cm/VeskPaths.h"
 #include "sdk/player/PlayLogicInterface.h"
@@ -23,6 +24,8 @@ using testing::HasSubstr;
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr unsigned short kCalibrationPort = 5002;
 
 /// A client that streams the microphone.
 class StreamingClient {
@@ -261,6 +264,35 @@ TEST_F(RoomMeasurementTest, KeepsTheStreamOpenWhenTheMicrophoneIsUnplugged) {
     EXPECT_TRUE(logs("ERROR Failed to read data from input device"));
     client.cancel();
     reader.join();
+}
+
+TEST_F(RoomMeasurementTest, AClientThatIsGoneWithoutAWordFreesTheDevice) {
+    startDevice();
+    prepare(noiseThrough({0}));
+    FreezableRelay cable(kCalibrationPort);
+    CalibrationClient client("127.0.0.1:" + std::to_string(cable.port()));
+    grpc::ClientContext playing;
+    grpc::ClientContext notified;
+    const auto notifications = client.stub().Notifications(&notified);
+    // The new client has stopped the player by then.
+    ASSERT_TRUE(
+        eventually([] { return valueAt(VeskTalvorCorbelDiracClientStatusPath()).bool_(); }));
+    const auto playback = client.stub().StartStimuli(&playing, startAt(0));
+    ASSERT_TRUE(eventually([] { return playerState() == VeskPlayLogicState::Playing; }));
+
+    const auto begin = Clock::now();
+    cable.freeze();
+    EXPECT_TRUE(eventually([] {
+        return playerIsStopped() && !subMixIsDisabled() &&
+               !valueAt(VeskTalvorCorbelDiracClientStatusPath()).bool_();
+    }));
+    EXPECT_LT(Clock::now() - begin, 15s + kTail);
+    EXPECT_EQ(runtimeSlots(), settings());
+
+    prepare(sweepThrough({0}, 1));
+    play();
+    playing.TryCancel();
+    notified.TryCancel();
 }
 
 /// Everything at once, for the sanitizers: two playbacks, gains, notifications, the microphone, and
