@@ -1,6 +1,7 @@
 #include "platform/Platform.h"
 #include "platform/PlatformPaths.h"
 #include "platform/cm/Tree.h"
+#include "platform/player/PlayerStatistics.h"
 #include "sdk/cm/CMAbstractWorker.h"
 #include "sdk/cm/CMInitWatcher.h"
 #include "sdk/cm/VeskPaths.h"
@@ -113,6 +114,14 @@ TEST(PlatformTest, PlayerStartsStopped) {
     const VeskPlayLogicData data(read(platform::playerDataPath()).hash());
     EXPECT_TRUE(data.contains(VeskPlayLogicData::State()));
     EXPECT_EQ(data.state(), VeskPlayLogicState::Stopped);
+}
+
+TEST(PlatformTest, ThePlayerHasPlayedNothingAtFirst) {
+    const Platform platform(stereo());
+    const platform::PlayerStatistics statistics(read(platform::playerStatisticsPath()).hash());
+    EXPECT_TRUE(statistics.contains(platform::PlayerStatistics::Frames()));
+    EXPECT_EQ(statistics.frames(), 0);
+    EXPECT_EQ(statistics.underruns(), 0);
 }
 
 TEST(PlatformTest, PlayerIsThatOfTheProcess) {

@@ -3,7 +3,9 @@
 #include "platform/player/Saturation.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 
 namespace platform {
 
@@ -14,6 +16,9 @@ constexpr std::size_t kBlock = 4096;  // frames
 constexpr int kMostChannels = 64;
 
 SNDFILE* opened(const std::string& path, AudioFormat* format) {
+    // A pipe or a device could keep whoever opens it waiting.
+    if (std::error_code error; !std::filesystem::is_regular_file(path, error))
+        throw std::runtime_error(path + ": " + (error ? error.message() : "is not a file"));
     SF_INFO info{};
     SNDFILE* const file = sf_open(path.c_str(), SFM_READ, &info);
     if (!file)

@@ -267,10 +267,7 @@ TEST_F(PlayerAudioTest, AnAttenuationThatIsNoNumberIsLeftOut) {
 }
 
 TEST_F(PlayerAudioTest, AChangeOfTheAttenuationDoesNotClick) {
-    startPlatform("");
-    recorder.emplace();
-    platform.reset();
-    startPlatform("recorder");
+    startWithRecorder();
     playStream();
     Stream stream(1);
     stream.send(Samples(4800, 1'000'000));
@@ -410,7 +407,6 @@ TEST_F(PlayerAudioTest, TooManyChannelsForTheDeviceStopThePlayerAndFreeTheSender
 }
 
 TEST_F(PlayerAudioTest, ASecondPlayTakesThePlaceOfTheFirst) {
-    startWithRecorder();
     startPlatform("");
     const Samples samples = noise(4000);
     const QString file = soundFile("second.wav", samples, 2);
@@ -472,6 +468,10 @@ TEST_F(PlayerAudioTest, WhatIsNoSourceIsLogged) {
         player()->play(rolesOf(QString::fromLatin1(uri)), false);
         EXPECT_TRUE(awaitState(VeskPlayLogicState::Stopped)) << uri;
     }
+    player()->play(
+        rolesOf(QStringLiteral("smt://play?socketAddress=") + QString(500, QLatin1Char('x'))),
+        false);
+    EXPECT_TRUE(awaitState(VeskPlayLogicState::Stopped)) << "a name that is too long";
     player()->play(VeskRoles(), false);
     EXPECT_TRUE(awaitState(VeskPlayLogicState::Stopped));
     EXPECT_TRUE(log.contains("ERROR Cannot play http://radio: it is neither a file nor a media"));
@@ -532,46 +532,4 @@ TEST_F(PlayerAudioTest, AnyThreadMayPlayAndStop) {
     }
     stop();
     EXPECT_EQ(state(), VeskPlayLogicState::Stopped);
-}
-
-namespace {
-
-/// Turns the signal round, and remembers the format.
-class Inverter : public platform::AudioProcessor {
-public:
-    explicit Inverter(platform::AudioFormat* format) : format_(format) {}
-
-    void prepare(const platform::AudioFormat& format) override { *format_ = format; }
-    void process(std::span<std::int32_t> samples) noexcept override {
-        for (std::int32_t& sample : samples)
-            sample = ~sample;
-    }
-
-private:
-    platform::AudioFormat* const format_;
-};
-
-}  // namespace
-
-TEST(PlayerProcessorTest, AudioPassesThroughTheProcessor) {
-    const AlsaConfiguration recorder;
-    const ScratchDirectory scratch;
-    const auto path = scratch.path() / "noise.wav";
-    Samples samples = noise(5000);
-    writeSoundFile<std::int32_t>(path, samples, 2);
-    platform::AudioFormat format;
-    {
-        const auto tree = std::make_shared<platform::Tree>();
-        tree->provide({platform::playerDataPath(), VeskValue()});
-        tree->provide({platform::playerStatisticsPath(), VeskValue()});
-        platform::Player player(tree, QStringLiteral("recorder"),
-                                std::make_unique<Inverter>(&format));
-        player.play(platform::fileRoles(QString::fromStdString(path.string())), false);
-        EXPECT_TRUE(
-            eventually([&] { return player.data().state() == VeskPlayLogicState::Stopped; }));
-    }
-    for (std::int32_t& sample : samples)
-        sample = ~sample;
-    EXPECT_EQ(recorder.recorded(), samples);
-    EXPECT_EQ(format, (platform::AudioFormat{48000, 2}));
 }

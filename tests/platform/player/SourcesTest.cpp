@@ -7,6 +7,8 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/stat.h>
+
 #include <cmath>
 #include <fstream>
 #include <future>
@@ -98,7 +100,12 @@ TEST_F(FileSourceTest, FloatsBeyondFullScaleAreClipped) {
 }
 
 TEST_F(FileSourceTest, AMissingFileIsNamed) {
-    expectRefused("System error");
+    expectRefused("No such file or directory");
+}
+
+TEST_F(FileSourceTest, APipeIsRefusedWithoutWaitingForIt) {
+    ASSERT_EQ(mkfifo(path().c_str(), 0600), 0);
+    expectRefused("is not a file");
 }
 
 TEST_F(FileSourceTest, AFileThatIsNoSoundIsNamed) {
