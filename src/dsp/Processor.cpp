@@ -21,8 +21,7 @@ std::int32_t sampleOf(double value) {
 
 }  // namespace
 
-Processor::Processor(int key, Report report)
-    : report_(std::move(report)), reader_(key), thread_([this] { follow(); }) {
+Processor::Processor(int key, Report report) : report_(std::move(report)), reader_(key) {
 }
 
 Processor::~Processor() {
@@ -30,14 +29,16 @@ Processor::~Processor() {
 }
 
 void Processor::stopFollowing() {
+    std::thread following;
     {
         const std::lock_guard guard(mutex_);
         stop_ = true;
         reader_.detach();
+        following = std::move(thread_);
     }
     stopped_.notify_one();
-    if (thread_.joinable())
-        thread_.join();
+    if (following.joinable())
+        following.join();
 }
 
 void Processor::prepare(const StreamFormat& format) {
@@ -56,6 +57,8 @@ void Processor::prepare(const StreamFormat& format) {
         output_.push_back(input_.back() + kBlock);
     }
     report();
+    if (!stop_ && !thread_.joinable())
+        thread_ = std::thread([this] { follow(); });
 }
 
 void Processor::process(std::span<std::int32_t> samples) noexcept {
@@ -91,13 +94,13 @@ void Processor::follow() {
 
 void Processor::look() {
     handover_.reclaim();
-    if (reader_.poll() && engineFormat_)
+    if (reader_.poll())
         handover_.offer(makeEngine());
     report();
 }
 
 std::unique_ptr<Engine> Processor::makeEngine() {
-    auto engine = std::make_unique<Engine>(reader_.image(), *engineFormat_);
+    auto engine = std::make_unique<Engine>(reader_.image(), engineFormat_);
     problems_ = engine->problems();
     return engine;
 }

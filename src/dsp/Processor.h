@@ -22,9 +22,9 @@ namespace dsp {
 
 /// The DSP in a device's audio path: follows the segment and corrects a stream of PCM.
 ///
-/// A thread of its own looks at the segment every 10 ms and makes an engine of each new image,
-/// which process() then fades to. Without a segment the stream passes untouched, with the same
-/// latency.
+/// From the first stream on, a thread of its own looks at the segment every 10 ms and makes an
+/// engine of each new image, which process() then fades to. Without a segment the stream passes
+/// untouched, with the same latency.
 class Processor {
 public:
     /// Takes a line of text for whoever looks after the device, in the thread that looks at the
@@ -74,12 +74,12 @@ private:
 
     std::mutex mutex_;
     std::condition_variable stopped_;
-    bool stop_{false};                          ///< guarded by mutex_
-    ImageReader reader_;                        ///< guarded by mutex_
-    std::optional<StreamFormat> engineFormat_;  ///< guarded by mutex_
-    std::vector<std::string> reported_;         ///< guarded by mutex_
-    std::vector<std::string> problems_;         ///< of the last engine; guarded by mutex_
-    std::thread thread_;
+    bool stop_{false};                   ///< guarded by mutex_
+    ImageReader reader_;                 ///< guarded by mutex_
+    StreamFormat engineFormat_;          ///< guarded by mutex_
+    std::vector<std::string> reported_;  ///< guarded by mutex_
+    std::vector<std::string> problems_;  ///< of the last engine; guarded by mutex_
+    std::thread thread_;                 ///< guarded by mutex_
 };
 
 }  // namespace dsp

@@ -1,5 +1,6 @@
 #include "host/Host.h"
 
+#include "host/RoomCorrection.h"
 #include "platform/cm/Tree.h"
 #include "platform/player/Player.h"
 
@@ -14,11 +15,19 @@ const auto& hostLogger() {
     return logger;
 }
 
+/// The key of the DSP's segment.
+constexpr int kSegmentKey = 1234;
+
+void logCorrection(const std::string& text) {
+    LOG4CPLUS_WARN(hostLogger(), "Room correction: " << text);
+}
+
 }  // namespace
 
 Host::Host(const platform::DeviceDescription& device, const std::string& controlSocket,
            const std::vector<std::string>& plugins)
-    : platform_(device),
+    : correction_(std::make_shared<dsp::Processor>(kSegmentKey, logCorrection)),
+      platform_(device, std::make_unique<RoomCorrection>(correction_)),
       control_(std::make_unique<ControlServer>(platform_.tree(), controlSocket)) {
     try {
         for (const auto& plugin : plugins) {
@@ -34,6 +43,8 @@ Host::Host(const platform::DeviceDescription& device, const std::string& control
 
 Host::~Host() {
     control_.reset();
+    // The module removes the segment when it is the last to leave it.
+    correction_->stopFollowing();
     endWorkers();
     LOG4CPLUS_INFO(hostLogger(), "All workers have ended");
 }

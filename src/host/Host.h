@@ -1,5 +1,6 @@
 #pragma once
 
+#include "dsp/Processor.h"
 #include "host/ControlServer.h"
 #include "host/DescriptionFile.h"
 #include "host/WorkerThread.h"
@@ -30,6 +31,7 @@ private:
     void warnAboutMissingValues();
     void endWorkers();
 
+    const std::shared_ptr<dsp::Processor> correction_;
     platform::Platform platform_;
     std::vector<std::unique_ptr<WorkerThread>> workers_;
     std::unique_ptr<ControlServer> control_;

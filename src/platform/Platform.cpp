@@ -120,10 +120,10 @@ std::vector<ProvidedValue> valuesOf(const DeviceDescription& description) {
 
 class Platform::Private {
 public:
-    explicit Private(const DeviceDescription& description)
+    Private(const DeviceDescription& description, std::unique_ptr<AudioProcessor> processor)
         : store_(openStore(description.stateDirectory)),
           storing_(provide(description)),
-          player_(tree_, description.playbackDeviceName),
+          player_(tree_, description.playbackDeviceName, std::move(processor)),
           powerManager_(description.resources) {
         qRegisterMetaType<VeskValue>("VeskValue");
         if (store_) {
@@ -172,8 +172,8 @@ private:
     const PowerManager powerManager_;
 };
 
-Platform::Platform(const DeviceDescription& description)
-    : private_(std::make_unique<Private>(description)) {
+Platform::Platform(const DeviceDescription& description, std::unique_ptr<AudioProcessor> processor)
+    : private_(std::make_unique<Private>(description, std::move(processor))) {
 }
 
 Platform::~Platform() = default;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/DeviceDescription.h"
+#include "platform/player/AudioProcessor.h"
 
 #include <memory>
 
@@ -16,8 +17,9 @@ class Platform {
 public:
     /// Opens the settings and fills the tree. A damaged settings store is moved aside with a log
     /// message. Throws std::runtime_error, naming what and where, when the state directory cannot
-    /// be used.
-    explicit Platform(const DeviceDescription& description);
+    /// be used. What is played passes through `processor`.
+    explicit Platform(const DeviceDescription& description,
+                      std::unique_ptr<AudioProcessor> processor = std::make_unique<PassThrough>());
 
     /// Writes what is not yet stored.
     ~Platform();
