@@ -2,6 +2,7 @@
 
 #include "calibrate/Activate.h"
 #include "calibrate/Delete.h"
+#include "calibrate/Design.h"
 #include "calibrate/DeviceAddress.h"
 #include "calibrate/EndpointClient.h"
 #include "calibrate/Errors.h"
@@ -72,6 +73,7 @@ public:
         addActivate();
         addRename();
         addDelete();
+        addDesign();
         addGains();
         addMode();
         addSweep();
@@ -225,6 +227,13 @@ private:
         command->add_flag("--yes", deleteConfirmed_, "Do not ask");
     }
 
+    void addDesign() {
+        addDesignOptions(
+            *addVerb("design", "Design correction filters from impulse responses",
+                     [this](auto&, const auto& console) { designFromFiles(design_, console); }),
+            design_);
+    }
+
     void addGains() {
         auto* command =
             addVerb("gains", "Show the gains and their ranges, or set them",
@@ -372,6 +381,7 @@ private:
     std::vector<std::string> speakerTexts_;
     std::string activateSlot_;
     RenameOptions rename_;
+    DesignOptions design_;
     int deleteSlot_{0};
     bool deleteConfirmed_{false};
     GainsOptions gains_;

@@ -8,10 +8,10 @@
 namespace calibrate::measurement {
 namespace {
 
-constexpr double kOnset = 0.2;         // of the largest sample
-constexpr double kAboveNoise = 4;      // times the RMS before the sound
-constexpr double kFirstSwing = 0.02;   // s after the onset in which the first swing is looked for
-constexpr double kSwing = 0.5;         // of the largest sample in that time
+constexpr double kOnset = 0.2;        // of the largest sample
+constexpr double kAboveNoise = 4;     // times the RMS before the sound
+constexpr double kFirstSwing = 0.02;  // s after the onset in which the first swing is looked for
+constexpr double kSwing = 0.5;        // of the largest sample in that time
 
 std::size_t peakOf(const std::vector<double>& samples) {
     const auto peak =
@@ -30,8 +30,8 @@ double noiseBefore(const std::vector<double>& samples, std::size_t peak) {
 
 double onsetOf(const std::vector<double>& samples, std::size_t peak) {
     const double largest = std::abs(samples[peak]);
-    const double threshold = std::min(
-        largest, std::max(kOnset * largest, kAboveNoise * noiseBefore(samples, peak)));
+    const double threshold =
+        std::min(largest, std::max(kOnset * largest, kAboveNoise * noiseBefore(samples, peak)));
     std::size_t first = 0;
     while (std::abs(samples[first]) < threshold)
         ++first;
@@ -60,7 +60,7 @@ bool firstSwingIsNegative(const ImpulseResponse& response, double onset) {
 
 /// Mean power on a logarithmic axis over the octaves in which the loudspeaker is at work.
 double levelOf(const ImpulseResponse& response) {
-    const PowerSpectrum spectrum(response.samples, response.sampleRate);
+    const auto spectrum = PowerSpectrum(response.samples, response.sampleRate);
     const double middle = spectrum.mean(200, 4'000);
     const double low = spectrum.mean(30, 100);
     const bool woofer = low > 30 * middle;

@@ -9,9 +9,9 @@ inline constexpr double kSpeedOfSound = 343;
 
 /// How a loudspeaker's direct sound arrives.
 struct Arrival {
-    double time{0};       ///< s from the impulse to the onset of the direct sound
-    bool inverted{false}; ///< the first swing goes the other way: the loudspeaker's wires swapped
-    double level{0};      ///< dB, mean power gain from 200 Hz to 4 kHz, or where the sound is
+    double time{0};        ///< s from the impulse to the onset of the direct sound
+    bool inverted{false};  ///< the first swing goes the other way: the loudspeaker's wires swapped
+    double level{0};       ///< dB, mean power gain from 200 Hz to 4 kHz, or where the sound is
 
     /// m, without what the device's own latency (s) adds
     double distance(double latency = 0) const { return (time - latency) * kSpeedOfSound; }

@@ -48,7 +48,8 @@ public:
 private:
     static std::vector<double> cutAround(const ImpulseResponse& response) {
         const auto& samples = response.samples;
-        const auto peak = std::ranges::max_element(samples, {}, [](double x) { return std::abs(x); });
+        const auto peak =
+            std::ranges::max_element(samples, {}, [](double x) { return std::abs(x); });
         const auto reach = static_cast<std::ptrdiff_t>(kReach * response.sampleRate);
         return {peak - std::min(reach, peak - samples.begin()),
                 peak + std::min(reach, samples.end() - peak)};

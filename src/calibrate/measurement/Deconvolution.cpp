@@ -30,8 +30,7 @@ double outside(const LogSweep& sweep, double frequency) {
 /// The power that a sweep's spectrum has at a frequency, by its dwell there.
 double expectedPower(const LogSweep& sweep, double frequency, double sampleRate) {
     const double within = std::clamp(frequency, sweep.startFrequency, sweep.endFrequency);
-    const double perOctave =
-        sweep.duration() / std::log(sweep.endFrequency / sweep.startFrequency);
+    const double perOctave = sweep.duration() / std::log(sweep.endFrequency / sweep.startFrequency);
     return sampleRate * sampleRate * perOctave / within / 4 *
            static_cast<double>(sweep.periods * sweep.periods);
 }
@@ -43,8 +42,8 @@ std::vector<double> divide(std::span<const double> recording, double sampleRate,
     Spectrum quotient = forwardFft(recording, size);
     const Spectrum divisor = forwardFft(played, size);
     for (std::size_t bin = 0; bin < quotient.size(); ++bin) {
-        const double frequency = std::max(static_cast<double>(bin), 0.5) * sampleRate /
-                                 static_cast<double>(size);
+        const double frequency =
+            std::max(static_cast<double>(bin), 0.5) * sampleRate / static_cast<double>(size);
         const double share = std::pow(kInBand / kOutOfBand, 1 - outside(sweep, frequency));
         const double floor = share * kOutOfBand * expectedPower(sweep, frequency, sampleRate);
         quotient[bin] *= std::conj(divisor[bin]) / (std::norm(divisor[bin]) + floor);
@@ -60,8 +59,8 @@ public:
 
     /// s
     double peakTime() const {
-        const auto peak = std::ranges::max_element(
-            samples_, {}, [](double sample) { return std::abs(sample); });
+        const auto peak =
+            std::ranges::max_element(samples_, {}, [](double sample) { return std::abs(sample); });
         const auto index = static_cast<std::size_t>(peak - samples_.begin());
         const double position = static_cast<double>(index);
         return (index > samples_.size() * 3 / 4 ? position - static_cast<double>(samples_.size())

@@ -21,8 +21,8 @@ struct Distortion {
 
 /// What a recording of a sweep holds.
 struct Deconvolution {
-    ImpulseResponse response;             ///< from the sweep's start in the recording's timeline
-    std::vector<Distortion> distortion;   ///< orders 2 to 5
+    ImpulseResponse response;            ///< from the sweep's start in the recording's timeline
+    std::vector<Distortion> distortion;  ///< orders 2 to 5
     double peakToNoise{0};  ///< dB from the RMS just before the response to its largest sample
 };
 

@@ -30,8 +30,7 @@ Spectrum forwardFft(std::span<const double> samples, std::size_t size) {
 
 std::vector<double> inverseFft(const Spectrum& spectrum, std::size_t size) {
     std::vector<double> samples(size);
-    halfSpectrumTransform().inv(samples.data(), spectrum.data(),
-                                static_cast<Eigen::Index>(size));
+    halfSpectrumTransform().inv(samples.data(), spectrum.data(), static_cast<Eigen::Index>(size));
     return samples;
 }
 

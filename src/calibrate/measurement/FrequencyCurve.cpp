@@ -22,8 +22,8 @@ double FrequencyCurve::level(double frequency) const {
     if (above == points_.end())
         return points_.back().level;
     const auto below = std::prev(above);
-    const double part = std::log(frequency / below->frequency) /
-                        std::log(above->frequency / below->frequency);
+    const double part =
+        std::log(frequency / below->frequency) / std::log(above->frequency / below->frequency);
     return below->level + part * (above->level - below->level);
 }
 

@@ -7,13 +7,13 @@ namespace calibrate::measurement {
 
 /// The exponential sine sweep that a device plays, sample by sample as the device makes it.
 struct LogSweep {
-    double startFrequency{10};     ///< Hz
-    double endFrequency{24'000};   ///< Hz
-    std::size_t length{240'000};   ///< samples of one sweep, at least 2
-    std::size_t silence{24'000};   ///< samples of silence after each sweep
-    std::size_t periods{1};        ///< sweeps, each with its silence
-    double sampleRate{48'000};     ///< Hz
-    double fadeOutTail{300};       ///< Hz below endFrequency where the fade-out starts; ≤ 1: none
+    double startFrequency{10};    ///< Hz
+    double endFrequency{24'000};  ///< Hz
+    std::size_t length{240'000};  ///< samples of one sweep, at least 2
+    std::size_t silence{24'000};  ///< samples of silence after each sweep
+    std::size_t periods{1};       ///< sweeps, each with its silence
+    double sampleRate{48'000};    ///< Hz
+    double fadeOutTail{300};      ///< Hz below endFrequency where the fade-out starts; ≤ 1: none
 
     /// s of one sweep without its silence.
     double duration() const { return static_cast<double>(length) / sampleRate; }

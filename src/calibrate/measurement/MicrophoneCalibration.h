@@ -10,8 +10,9 @@ namespace calibrate::measurement {
 
 /// How a microphone's response deviates from a flat one, as its maker measured it.
 struct MicrophoneCalibration {
-    FrequencyCurve response;            ///< dB; 0 Hz to infinity by its first and last point
-    std::optional<double> sensitivity;  ///< dB, where the file tells it; its reference is the maker's
+    FrequencyCurve response;  ///< dB; 0 Hz to infinity by its first and last point
+    std::optional<double>
+        sensitivity;  ///< dB, where the file tells it; its reference is the maker's
 };
 
 /// Reads a maker's file: see CurveFile for the columns. The sensitivity is taken from a line such

@@ -37,8 +37,8 @@ std::vector<BandRatio> signalToNoise(std::span<const double> recording,
     const double seconds = static_cast<double>(silence.size()) / sampleRate;
     if (seconds < kLeastSilence)
         return {};
-    const PowerSpectrum heard(recording, sampleRate);
-    const PowerSpectrum noise(silence, sampleRate);
+    const auto heard = PowerSpectrum(recording, sampleRate);
+    const auto noise = PowerSpectrum(silence, sampleRate);
     const double total = static_cast<double>(recording.size()) / sampleRate;
     const double dwell = sweep.harmonicAdvance(2);
     std::vector<BandRatio> ratios;

@@ -23,11 +23,16 @@ std::vector<double> powerOf(std::span<const double> samples, std::size_t size) {
 }  // namespace
 
 PowerSpectrum::PowerSpectrum(std::span<const double> samples, double sampleRate, std::size_t size)
-    : PowerSpectrum(powerOf(samples, size ? size : sizeFor(samples.size(), sampleRate)),
-                    sampleRate) {}
+    : PowerSpectrum(Bins{powerOf(samples, size ? size : sizeFor(samples.size(), sampleRate))},
+                    sampleRate) {
+}
 
-PowerSpectrum::PowerSpectrum(std::vector<double> power, double sampleRate)
-    : power_(std::move(power)),
+PowerSpectrum PowerSpectrum::ofBins(std::vector<double> power, double sampleRate) {
+    return {Bins{std::move(power)}, sampleRate};
+}
+
+PowerSpectrum::PowerSpectrum(Bins bins, double sampleRate)
+    : power_(std::move(bins.power)),
       cumulated_(power_.size() + 1),
       binWidth_(sampleRate / 2 / static_cast<double>(power_.size() - 1)) {
     std::partial_sum(power_.begin(), power_.end(), cumulated_.begin() + 1);

@@ -9,12 +9,12 @@ namespace calibrate::measurement {
 /// Power over frequency, of which means over any band can be taken quickly. Constant.
 class PowerSpectrum {
 public:
-    /// Of the whole signal; `size` is the transform's, a power of two, 0 for the least that holds
-    /// the signal and resolves below 1 Hz.
+    /// Of a whole signal; `size` is the transform's, a power of two, 0 for the least that holds the
+    /// signal and resolves below 1 Hz.
     PowerSpectrum(std::span<const double> samples, double sampleRate, std::size_t size = 0);
 
     /// `power` at equally spaced frequencies from 0 to half of `sampleRate` (Hz).
-    PowerSpectrum(std::vector<double> power, double sampleRate);
+    static PowerSpectrum ofBins(std::vector<double> power, double sampleRate);
 
     const std::vector<double>& power() const { return power_; }
     double binWidth() const { return binWidth_; }  ///< Hz
@@ -30,6 +30,12 @@ public:
     double meanAround(double frequency, double octaves) const;
 
 private:
+    struct Bins {
+        std::vector<double> power;
+    };
+
+    PowerSpectrum(Bins bins, double sampleRate);
+
     double cumulated(double frequency) const;
 
     std::vector<double> power_;

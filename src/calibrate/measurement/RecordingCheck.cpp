@@ -15,15 +15,15 @@ namespace {
 
 using Subject = Check::Subject;
 
-constexpr double kDeadMicrophone = -110;    // dB of full scale
-constexpr double kLoudRoom = -45;           // dB of full scale
-constexpr double kSweepIsThere = 28;        // dB from the response's noise to its peak
-constexpr double kHeardAnything = 6;        // dB above the silence
-constexpr double kPoorBand = 20;            // dB
-constexpr double kUselessBand = 6;          // dB
+constexpr double kDeadMicrophone = -110;  // dB of full scale
+constexpr double kLoudRoom = -45;         // dB of full scale
+constexpr double kSweepIsThere = 28;      // dB from the response's noise to its peak
+constexpr double kHeardAnything = 6;      // dB above the silence
+constexpr double kPoorBand = 20;          // dB
+constexpr double kUselessBand = 6;        // dB
 constexpr std::size_t kUselessBands = 4;
-constexpr double kLostTime = 0.006;         // s by which one octave may come after another
-constexpr double kMuchClipped = 1e-3;       // part of all samples
+constexpr double kLostTime = 0.006;    // s by which one octave may come after another
+constexpr double kMuchClipped = 1e-3;  // part of all samples
 
 /// A microphone that is not there gives zeros or a constant.
 bool isConstant(std::span<const double> samples) {
@@ -36,8 +36,9 @@ Check checkSignal(const Recording& recording) {
                 "The microphone's signal has " + fixed(level, 1) + " dB of full scale."};
     if (isConstant(recording.samples) || level < kDeadMicrophone) {
         check.verdict = Verdict::unusable;
-        check.text = "The microphone delivers no signal at all. Check that it is plugged in, "
-                     "switched on and chosen as the input.";
+        check.text =
+            "The microphone delivers no signal at all. Check that it is plugged in, "
+            "switched on and chosen as the input.";
     }
     return check;
 }
@@ -48,7 +49,8 @@ Check checkClipping(const Recording& recording) {
                 "Nothing is clipped."};
     if (clipped == 0)
         return check;
-    const double part = static_cast<double>(clipped) / static_cast<double>(recording.samples.size());
+    const double part =
+        static_cast<double>(clipped) / static_cast<double>(recording.samples.size());
     check.verdict = part > kMuchClipped ? Verdict::unusable : Verdict::poor;
     check.text = counted(clipped, "sample") + " of the recording of \"" + recording.speaker +
                  "\" are clipped. Lower the volume or the microphone's gain and measure again.";
@@ -102,9 +104,9 @@ Check checkSweep(const Recording& recording, const LogSweep& sweep,
                  const Deconvolution& deconvolution) {
     const double ratio = deconvolution.peakToNoise;
     if (ratio >= kSweepIsThere) {
-        return {Subject::sweep, Verdict::good, ratio,
-                "The sweep of \"" + recording.speaker + "\" stands out by " + fixed(ratio, 0) +
-                    " dB."};
+        return {
+            Subject::sweep, Verdict::good, ratio,
+            "The sweep of \"" + recording.speaker + "\" stands out by " + fixed(ratio, 0) + " dB."};
     }
     return {Subject::sweep, Verdict::unusable, ratio, whyNoSweep(recording, sweep)};
 }
@@ -121,14 +123,13 @@ double heardOfSweep(const Recording& recording, const LogSweep& sweep, double ar
 Check checkCompleteness(const Recording& recording, const LogSweep& sweep,
                         const Deconvolution& deconvolution) {
     const auto& response = deconvolution.response;
-    const double heard =
-        heardOfSweep(recording, sweep, std::max(response.start + 0.02, 0.0));
+    const double heard = heardOfSweep(recording, sweep, std::max(response.start + 0.02, 0.0));
     Check check{Subject::completeness, Verdict::good, heard, "The sweep is there to its end."};
     const double missing = sweep.duration() - heard;
     if (missing > 0.01 * sweep.duration()) {
-        const double reached = sweep.startFrequency *
-                               std::pow(sweep.endFrequency / sweep.startFrequency,
-                                        std::max(heard, 0.0) / sweep.duration());
+        const double reached =
+            sweep.startFrequency * std::pow(sweep.endFrequency / sweep.startFrequency,
+                                            std::max(heard, 0.0) / sweep.duration());
         check.verdict = Verdict::unusable;
         check.text = "The recording of \"" + recording.speaker + "\" ends " + fixed(missing, 1) +
                      " s before the sweep does, at " + hertz(std::round(reached)) +
@@ -163,8 +164,7 @@ std::string bandList(const std::vector<BandRatio>& bands) {
 }
 
 Check checkBandNoise(const Recording& recording, const LogSweep& sweep) {
-    auto bands =
-        signalToNoise(recording.samples, recording.silence, recording.sampleRate, sweep);
+    auto bands = signalToNoise(recording.samples, recording.silence, recording.sampleRate, sweep);
     Check check{Subject::bandNoise, Verdict::good, 0, "Every octave stands out of the noise."};
     if (bands.empty())
         return check;

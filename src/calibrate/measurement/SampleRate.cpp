@@ -17,9 +17,9 @@ std::vector<double> atSampleRate(std::span<const double> samples, double from, d
     const auto quality = soxr_quality_spec(SOXR_VHQ, 0);
     std::size_t taken = 0;
     std::size_t given = 0;
-    const auto* error = soxr_oneshot(from, to, 1, samples.data(), samples.size(), &taken,
-                                     result.data(), result.size(), &given, &format, &quality,
-                                     nullptr);
+    const auto* error =
+        soxr_oneshot(from, to, 1, samples.data(), samples.size(), &taken, result.data(),
+                     result.size(), &given, &format, &quality, nullptr);
     if (error)
         throw std::runtime_error(std::string("a signal could not be resampled: ") + error);
     result.resize(given);

@@ -1,0 +1,206 @@
+#include "calibrate/Design.h"
+
+#include "calibrate/Errors.h"
+#include "calibrate/Text.h"
+#include "calibrate/TextTable.h"
+#include "calibrate/design/DesignFiles.h"
+#include "calibrate/design/Target.h"
+#include "calibrate/measurement/MicrophoneCalibration.h"
+#include "calibrate/measurement/SoundFile.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <charconv>
+
+namespace calibrate {
+namespace {
+
+constexpr const char* kFooter =
+    "\nEach channel of the files, in order, is the impulse response of one speaker. With\n"
+    "--positions 2, the first half of the channels was measured at the first position of the\n"
+    "microphone and the second half at the second, the speakers in the same order. The responses\n"
+    "of the first position share one origin of time: it aligns the speakers.\n"
+    "\nFor example:\n"
+    "  vesk-calibrate design left-right.wav -o filters\n"
+    "  vesk-calibrate design seat1.wav seat2.wav --positions 2 --target house -o filters\n"
+    "  vesk-calibrate design left.wav right.wav sub.wav --subwoofer 2 --crossover 90 -o filters";
+
+double numberIn(std::string_view text, const std::string& whole) {
+    double value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size())
+        throw BadInput("\"" + printable(whole) + "\" is no range; write it like 20..18000");
+    return value;
+}
+
+void readRange(const std::string& text, design::Limits& limits) {
+    const auto dots = text.find("..");
+    if (dots == std::string::npos)
+        throw BadInput("\"" + printable(text) + "\" is no range; write it like 20..18000");
+    limits.lowest = numberIn(std::string_view(text).substr(0, dots), text);
+    limits.highest = numberIn(std::string_view(text).substr(dots + 2), text);
+}
+
+struct Channel {
+    std::string name;
+    measurement::ImpulseResponse response;
+};
+
+std::vector<Channel> readChannels(const DesignOptions& options) {
+    std::vector<Channel> channels;
+    for (const auto& path : options.files) {
+        const auto responses = measurement::impulseResponses(measurement::readSoundFile(path));
+        for (std::size_t i = 0; i < responses.size(); ++i) {
+            const auto suffix = responses.size() > 1 ? "-" + std::to_string(i) : "";
+            channels.push_back({printable(path.stem().string()) + suffix, responses[i]});
+        }
+    }
+    return channels;
+}
+
+void calibrate(std::vector<Channel>& channels, const DesignOptions& options) {
+    if (!options.microphone)
+        return;
+    const auto microphone = measurement::readMicrophoneCalibration(*options.microphone);
+    for (auto& channel : channels)
+        channel.response = measurement::calibrated(channel.response, microphone);
+}
+
+void name(std::vector<design::MeasuredSpeaker>& speakers, const DesignOptions& options) {
+    if (!options.names.empty() && options.names.size() != speakers.size()) {
+        throw BadInput("there are " + counted(speakers.size(), "speaker") + " and " +
+                       counted(options.names.size(), "name"));
+    }
+    for (std::size_t i = 0; i < options.names.size(); ++i)
+        speakers[i].name = options.names[i];
+    for (const auto index : options.subwoofers) {
+        if (index >= speakers.size())
+            throw BadInput("there is no speaker " + std::to_string(index) + "; they count from 0");
+        speakers[index].subwoofer = true;
+    }
+}
+
+/// File names and reports need every speaker to be called differently.
+void makeNamesDiffer(std::vector<design::MeasuredSpeaker>& speakers) {
+    for (std::size_t i = 0; i < speakers.size(); ++i) {
+        for (std::size_t k = 0; k < i; ++k) {
+            if (design::fileName(speakers[i].name) == design::fileName(speakers[k].name))
+                speakers[i].name += "-" + std::to_string(i);
+        }
+    }
+}
+
+std::vector<design::MeasuredSpeaker> readSpeakers(const DesignOptions& options) {
+    auto channels = readChannels(options);
+    if (options.positions == 0 || channels.size() % options.positions != 0) {
+        throw BadInput("the files hold " + counted(channels.size(), "channel") +
+                       ", which are not the same speakers at " +
+                       counted(options.positions, "position"));
+    }
+    calibrate(channels, options);
+    std::vector<design::MeasuredSpeaker> speakers(channels.size() / options.positions);
+    for (std::size_t i = 0; i < channels.size(); ++i) {
+        auto& speaker = speakers[i % speakers.size()];
+        speaker.positions.push_back(std::move(channels[i].response));
+        if (i < speakers.size())
+            speaker.name = channels[i].name;
+    }
+    name(speakers, options);
+    makeNamesDiffer(speakers);
+    return speakers;
+}
+
+design::SystemOptions systemOptions(const DesignOptions& options) {
+    auto system = options.system;
+    readRange(options.range, system.correction.limits);
+    system.correction.target = design::readTarget(options.target);
+    system.capacities.clear();
+    for (const double rate : options.rates)
+        system.capacities.push_back({rate, options.taps, options.sections});
+    system.align = !options.keepAlignment;
+    return system;
+}
+
+void print(const design::SystemDesign& design, const DesignOptions& options,
+           const Console& console) {
+    TextTable table({"Speaker", "Range", "Before", "After", "Delay", "Gain"});
+    for (const auto& speaker : design.speakers) {
+        table.add({printable(speaker.name), hertz(speaker.lowest) + " to " + hertz(speaker.highest),
+                   fixed(speaker.deviationBefore, 2) + " dB",
+                   fixed(speaker.deviationAfter, 2) + " dB",
+                   fixed(1000 * speaker.alignment.delay, 2) + " ms",
+                   fixed(speaker.alignment.gain, 1) + " dB"});
+    }
+    console.out() << "Deviation from the target at 1/6 octave:\n";
+    table.print(console.out(), "");
+    if (design.bass) {
+        console.out() << "Together with the subwoofer, 30 Hz to 16 kHz:";
+        for (const double deviation : design.bass->deviations)
+            console.out() << ' ' << fixed(deviation, 2) << " dB";
+        console.out() << '\n';
+    }
+    console.out() << "Filters: " << printable(options.folder.string()) << '\n';
+}
+
+}  // namespace
+
+void addDesignOptions(CLI::App& command, DesignOptions& options) {
+    auto& limits = options.system.correction.limits;
+    command.add_option("FILES", options.files, "Impulse responses, a channel for each speaker")
+        ->required();
+    command.add_option("-o,--output", options.folder, "Folder for the filters")
+        ->required()
+        ->type_name("DIR");
+    command.add_option("--positions", options.positions, "Positions of the microphone; default: 1")
+        ->type_name("N");
+    command.add_option("--name", options.names, "A speaker's name, once for each")
+        ->type_name("TEXT")
+        ->allow_extra_args(false);
+    command.add_option("--target", options.target, "flat, house or a file; default: flat")
+        ->type_name("TARGET");
+    command.add_option("--microphone", options.microphone, "Calibration file of the microphone")
+        ->type_name("FILE");
+    command.add_option("--range", options.range, "What is corrected; default: 20..18000")
+        ->type_name("LO..HI");
+    command.add_option("--max-boost", limits.maxBoost, "Default: 6")->type_name("DB");
+    command.add_option("--max-cut", limits.maxCut, "Default: 24")->type_name("DB");
+    command.add_option("--headroom", limits.headroom, "Largest gain of all; default: 0")
+        ->type_name("DB");
+    command
+        .add_option("--smoothing", options.system.correction.smoothing, "Octaves; default: 0.1667")
+        ->type_name("OCTAVES")
+        ->check(CLI::Range(0.01, 2.0));
+    command
+        .add_option("--rate", options.rates, "Of a filter, once for each; default: 48000, 44100")
+        ->type_name("HZ")
+        ->allow_extra_args(false);
+    command.add_option("--taps", options.taps, "FIR taps of a filter; default: 1000")
+        ->type_name("N");
+    command.add_option("--sections", options.sections, "Parallel sections; default: 30")
+        ->type_name("N");
+    command.add_option("--subwoofer", options.subwoofers, "Index of a speaker, from 0")
+        ->type_name("N")
+        ->allow_extra_args(false);
+    command
+        .add_option("--crossover", options.system.crossover,
+                    "To the subwoofer, 0 for none; default: 80")
+        ->type_name("HZ");
+    command.add_flag("--no-align", options.keepAlignment, "Leave delays and levels alone");
+    command.footer(kFooter);
+}
+
+void designFromFiles(const DesignOptions& options, const Console& console) {
+    const auto system = systemOptions(options);
+    const auto speakers = readSpeakers(options);
+    const auto design = design::designSystem(speakers, system);
+    design::writeDesign(options.folder, design, system.correction.target);
+    for (const auto& warning : design.warnings)
+        console.warn(warning);
+    if (console.json())
+        console.print(design::toJson(design));
+    else
+        print(design, options, console);
+}
+
+}  // namespace calibrate

@@ -1,0 +1,157 @@
+#include "calibrate/design/ParallelFilter.h"
+
+#include <Eigen/Dense>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace calibrate::design {
+namespace {
+
+using std::numbers::pi;
+
+constexpr double kFittedSeconds = 1.0;
+constexpr double kLowestOfRange = 0.9;  // first pole's frequency, of the lowest corrected one
+constexpr double kResolution = 7.3;     // last pole's frequency times the taps' duration
+constexpr double kRidge = 1e-10;        // keeps the normal equations solvable
+constexpr double kFadedTaps = 0.125;    // part of the taps that fade out where no section goes on
+
+/// Poles' frequencies at equal ratios; each as wide as the way to its neighbours.
+std::vector<Section> fixedPoles(const FilterCapacity& capacity, double lowest) {
+    const auto count = capacity.maxSections;
+    const double first = kLowestOfRange * lowest;
+    const double resolved =
+        kResolution * capacity.sampleRate / static_cast<double>(capacity.maxTaps);
+    const double last = std::clamp(resolved, 2 * first, 0.3 * capacity.sampleRate);
+    const double steps = std::max(static_cast<double>(count) - 1, 1.0);
+    const double ratio = std::pow(last / first, 1 / steps);
+    std::vector<Section> sections(count);
+    double frequency = first;
+    for (auto& section : sections) {
+        const double angle = 2 * pi * frequency / capacity.sampleRate;
+        const double radius = std::exp(-angle * (ratio - 1 / ratio) / 4);
+        section.a1 = static_cast<float>(-2 * radius * std::cos(angle));
+        section.a2 = static_cast<float>(radius * radius);
+        frequency *= ratio;
+    }
+    return sections;
+}
+
+/// What 1 / (1 + a1 z⁻¹ + a2 z⁻²) answers to an impulse.
+Eigen::VectorXd decay(const Section& section, Eigen::Index length) {
+    Eigen::VectorXd samples(length);
+    double last = 0;
+    double beforeLast = 0;
+    for (Eigen::Index i = 0; i < length; ++i) {
+        const double sample = (i == 0 ? 1.0 : 0.0) - static_cast<double>(section.a1) * last -
+                              static_cast<double>(section.a2) * beforeLast;
+        samples[i] = sample;
+        beforeLast = last;
+        last = sample;
+    }
+    return samples;
+}
+
+/// Least squares on the samples from `first` on; two columns for each section, b0's and b1's.
+void fitNumerators(std::vector<Section>& sections, std::span<const double> wanted,
+                   std::size_t first) {
+    const auto length = static_cast<Eigen::Index>(wanted.size());
+    const auto rows = length - static_cast<Eigen::Index>(first);
+    Eigen::MatrixXd basis(rows, 2 * static_cast<Eigen::Index>(sections.size()));
+    for (std::size_t i = 0; i < sections.size(); ++i) {
+        const auto samples = decay(sections[i], length);
+        const auto column = 2 * static_cast<Eigen::Index>(i);
+        basis.col(column) = samples.tail(rows);
+        basis.col(column + 1) = samples.segment(length - rows - 1, rows);
+    }
+    const Eigen::RowVectorXd scale = basis.colwise().norm().cwiseMax(1e-30).cwiseInverse();
+    basis = basis * scale.asDiagonal();
+    const Eigen::Map<const Eigen::VectorXd> tail(wanted.data() + first, rows);
+    Eigen::MatrixXd gram = basis.transpose() * basis;
+    gram.diagonal().array() += kRidge;
+    const Eigen::VectorXd numerators =
+        gram.ldlt().solve(basis.transpose() * tail).cwiseProduct(scale.transpose());
+    for (std::size_t i = 0; i < sections.size(); ++i) {
+        sections[i].b0 = static_cast<float>(numerators[2 * static_cast<Eigen::Index>(i)]);
+        sections[i].b1 = static_cast<float>(numerators[2 * static_cast<Eigen::Index>(i) + 1]);
+    }
+}
+
+void fadeOut(std::vector<float>& taps) {
+    const double faded = kFadedTaps * static_cast<double>(taps.size());
+    for (std::size_t i = 0; i < taps.size(); ++i) {
+        const double fromEnd = static_cast<double>(taps.size() - i);
+        if (fromEnd < faded)
+            taps[i] *= static_cast<float>(0.5 - 0.5 * std::cos(pi * fromEnd / faded));
+    }
+}
+
+}  // namespace
+
+bool ParallelFilter::isStable() const {
+    const auto decays = [](const Section& section) {
+        return std::abs(section.a2) < 1 && std::abs(section.a1) < 1 + section.a2 &&
+               std::isfinite(section.b0) && std::isfinite(section.b1);
+    };
+    return std::ranges::all_of(sections, decays) &&
+           std::ranges::all_of(taps, [](float tap) { return std::isfinite(tap); });
+}
+
+std::complex<double> ParallelFilter::response(double frequency) const {
+    const auto delay = std::polar(1.0, -2 * pi * frequency / sampleRate);
+    std::complex<double> sum = 0;
+    for (auto tap = taps.rbegin(); tap != taps.rend(); ++tap)
+        sum = sum * delay + static_cast<double>(*tap);
+    for (const auto& section : sections) {
+        const std::complex<double> zeros =
+            static_cast<double>(section.b0) + static_cast<double>(section.b1) * delay;
+        sum += zeros / (1.0 + delay * (static_cast<double>(section.a1) +
+                                       static_cast<double>(section.a2) * delay));
+    }
+    return sum;
+}
+
+std::vector<double> ParallelFilter::impulseResponse(std::size_t length) const {
+    std::vector<double> samples(length);
+    std::copy_n(taps.begin(), std::min(length, taps.size()), samples.begin());
+    for (const auto& section : sections) {
+        const auto poles = decay(section, static_cast<Eigen::Index>(length));
+        for (std::size_t i = 0; i < length; ++i) {
+            const auto at = static_cast<Eigen::Index>(i);
+            samples[i] += static_cast<double>(section.b0) * poles[at];
+            if (i > 0)
+                samples[i] += static_cast<double>(section.b1) * poles[at - 1];
+        }
+    }
+    return samples;
+}
+
+void ParallelFilter::scale(double factor) {
+    for (auto& tap : taps)
+        tap = static_cast<float>(static_cast<double>(tap) * factor);
+    for (auto& section : sections) {
+        section.b0 = static_cast<float>(static_cast<double>(section.b0) * factor);
+        section.b1 = static_cast<float>(static_cast<double>(section.b1) * factor);
+    }
+}
+
+ParallelFilter fitParallelFilter(std::span<const double> impulseResponse,
+                                 const FilterCapacity& capacity, double lowest) {
+    const auto longest = static_cast<std::size_t>(kFittedSeconds * capacity.sampleRate);
+    const auto wanted = impulseResponse.first(std::min(longest, impulseResponse.size()));
+    const std::size_t count = std::min(capacity.maxTaps, wanted.size());
+    ParallelFilter filter{capacity.sampleRate, {}, {}};
+    if (capacity.maxSections > 0 && count + 4 * capacity.maxSections < wanted.size()) {
+        filter.sections = fixedPoles(capacity, lowest);
+        fitNumerators(filter.sections, wanted, count);
+    }
+    const auto covered = filter.impulseResponse(count);
+    for (std::size_t i = 0; i < count; ++i)
+        filter.taps.push_back(static_cast<float>(wanted[i] - covered[i]));
+    if (filter.sections.empty())
+        fadeOut(filter.taps);
+    return filter;
+}
+
+}  // namespace calibrate::design

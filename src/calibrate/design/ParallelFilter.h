@@ -1,0 +1,52 @@
+#pragma once
+
+#include <complex>
+#include <cstddef>
+#include <span>
+#include <vector>
+
+namespace calibrate::design {
+
+/// (b0 + b1 z⁻¹) / (1 + a1 z⁻¹ + a2 z⁻²), in parallel to the taps.
+struct Section {
+    float a1{0};
+    float a2{0};
+    float b0{0};
+    float b1{0};
+};
+
+/// A FIR filter with second-order sections in parallel: y = Σ taps x + Σ sections x. Coefficients
+/// are in the precision in which a device takes them.
+struct ParallelFilter {
+    double sampleRate{0};  ///< Hz
+    std::vector<float> taps;
+    std::vector<Section> sections;
+
+    /// Every section decays, and every coefficient is a number.
+    bool isStable() const;
+
+    std::complex<double> response(double frequency) const;
+
+    /// The first `length` samples of the impulse response.
+    std::vector<double> impulseResponse(std::size_t length) const;
+
+    /// Multiplies the whole by a linear factor.
+    void scale(double factor);
+};
+
+/// How much a device's filter holds at one sample rate.
+struct FilterCapacity {
+    double sampleRate{48'000};  ///< Hz
+    std::size_t maxTaps{1'000};
+    std::size_t maxSections{30};
+};
+
+/// The parallel filter closest to an impulse response (Bank, 2008): the sections' poles are fixed,
+/// equally spaced on a logarithmic axis from `lowest` (Hz) to where the taps resolve by themselves;
+/// the sections' numerators are fitted to what comes after the last tap, by least squares; the taps
+/// are what the response has before that and the sections lack. Always stable. The capacity has at
+/// least one tap.
+ParallelFilter fitParallelFilter(std::span<const double> impulseResponse,
+                                 const FilterCapacity& capacity, double lowest);
+
+}  // namespace calibrate::design
