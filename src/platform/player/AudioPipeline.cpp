@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <exception>
+#include <utility>
 
 namespace platform {
 
@@ -27,6 +28,7 @@ AudioPipeline::AudioPipeline(const AudioFormat& format, std::unique_ptr<AudioOut
       volume_(format, surroundings.gain),
       block_(kBlock * format.channels) {
     surroundings_.processor.prepare(format);
+    latency_ = surroundings_.processor.latency();
     thread_ = std::thread([this] { run(); });
 }
 
@@ -82,8 +84,10 @@ bool AudioPipeline::playBlock() {
 }
 
 bool AudioPipeline::awaitFrames(bool isLast) {
-    if (isLast)
-        return output_->drain() && false;
+    if (isLast) {
+        rest();
+        return false;
+    }
     const bool resting = resting_;
     if (sounding_ && resting)
         return rest();
@@ -99,8 +103,21 @@ bool AudioPipeline::awaitFrames(bool isLast) {
 
 /// Lets what was written be heard to its end, so that the output does not run dry.
 bool AudioPipeline::rest() {
-    sounding_ = false;
-    return output_->drain();
+    if (!std::exchange(sounding_, false))
+        return true;
+    return flushProcessor() && output_->drain();
+}
+
+bool AudioPipeline::flushProcessor() {
+    for (std::size_t left = latency_ * format_.channels; left > 0;) {
+        const std::span samples(block_.data(), std::min(left, block_.size()));
+        std::ranges::fill(samples, 0);
+        surroundings_.processor.process(samples);
+        if (!output_->write(samples))
+            return false;
+        left -= samples.size();
+    }
+    return true;
 }
 
 }  // namespace platform

@@ -60,6 +60,7 @@ private:
     bool playBlock();
     bool awaitFrames(bool isLast);
     bool rest();
+    bool flushProcessor();
 
     const AudioFormat format_;
     const std::unique_ptr<AudioOutput> output_;
@@ -76,8 +77,9 @@ private:
     // The audio thread's; failure_ is handed over by finished_.
     Volume volume_;
     std::vector<std::int32_t> block_;
-    bool sounding_{false};  // something was written since the output was last drained
-    bool wasLate_{false};   // the output was drained because nothing came
+    std::size_t latency_{0};  // frames, of the processor
+    bool sounding_{false};    // something was written since the output was last drained
+    bool wasLate_{false};     // the output was drained because nothing came
     std::string failure_;
 
     std::thread thread_;  // the last member: it uses the others

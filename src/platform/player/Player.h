@@ -17,7 +17,8 @@ class Tree;
 ///
 /// It plays media streams ("smt://play?socketAddress=NAME", which ends when its sender is gone) and
 /// sound files ("file:///PATH"), one source at a time, in a thread of its own, at the volume that
-/// attenuationPath() says. A source that cannot be played is logged at ERROR, and the player stops.
+/// attenuationPath() says. It begins with a source's first data, whether or not a buffer is asked
+/// for. A source that cannot be played is logged at ERROR, and the player stops.
 class Player : public PlayLogicInterface {
 public:
     /// The player shows what it does at playerDataPath(), and what it has done at

@@ -10,8 +10,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <new>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -73,22 +75,41 @@ private:
     Observations* const seen_;
 };
 
+/// Delays mono.
+class Delay : public platform::AudioProcessor {
+public:
+    void prepare(const platform::AudioFormat& /*format*/) override { line_.assign(700, 0); }
+    std::size_t latency() const override { return line_.size(); }
+
+    void process(std::span<std::int32_t> samples) noexcept override {
+        for (std::int32_t& sample : samples) {
+            std::swap(sample, line_[place_]);
+            place_ = (place_ + 1) % line_.size();
+        }
+    }
+
+private:
+    std::vector<std::int32_t> line_;
+    std::size_t place_{0};
+};
+
+void playThrough(std::unique_ptr<platform::AudioProcessor> processor,
+                 const std::filesystem::path& file) {
+    const auto tree = std::make_shared<platform::Tree>();
+    tree->provide({platform::playerDataPath(), VeskValue()});
+    tree->provide({platform::playerStatisticsPath(), VeskValue()});
+    platform::Player player(tree, QStringLiteral("recorder"), std::move(processor));
+    player.play(platform::fileRoles(QString::fromStdString(file.string())), false);
+    EXPECT_TRUE(eventually([&] { return player.data().state() == VeskPlayLogicState::Stopped; }));
+}
+
 class AudioThreadTest : public testing::Test {
 protected:
     AudioThreadTest() {
         for (std::size_t i = 0; i < samples.size(); ++i)
             samples[i] = static_cast<std::int32_t>(i * 2'654'435'761U);
         writeSoundFile<std::int32_t>(recorder.scratch() / "sound.wav", samples, 2);
-        const auto tree = std::make_shared<platform::Tree>();
-        tree->provide({platform::playerDataPath(), VeskValue()});
-        tree->provide({platform::playerStatisticsPath(), VeskValue()});
-        platform::Player player(tree, QStringLiteral("recorder"),
-                                std::make_unique<Inverter>(&seen));
-        player.play(platform::fileRoles(
-                        QString::fromStdString((recorder.scratch() / "sound.wav").string())),
-                    false);
-        EXPECT_TRUE(
-            eventually([&] { return player.data().state() == VeskPlayLogicState::Stopped; }));
+        playThrough(std::make_unique<Inverter>(&seen), recorder.scratch() / "sound.wav");
     }
 
     const AlsaConfiguration recorder;
@@ -114,4 +135,13 @@ TEST_F(AudioThreadTest, TheProcessorIsPreparedInAnotherThread) {
 TEST_F(AudioThreadTest, NothingIsAllocatedBetweenBlocks) {
     EXPECT_GT(seen.blocks, 100U);
     EXPECT_EQ(seen.allocationsAtLast, seen.allocationsAtFirst);
+}
+
+TEST(AudioTailTest, WhatTheProcessorHoldsBackIsHeardInTheEnd) {
+    const AlsaConfiguration recorder;
+    Samples samples(1000, 5);
+    writeSoundFile<std::int32_t>(recorder.scratch() / "sound.wav", samples, 1);
+    playThrough(std::make_unique<Delay>(), recorder.scratch() / "sound.wav");
+    samples.insert(samples.begin(), 700, 0);
+    EXPECT_EQ(recorder.recorded(), samples);
 }
