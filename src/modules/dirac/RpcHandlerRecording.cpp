@@ -25,6 +25,13 @@ private:
 
 }  // namespace
 
+/// The server may be started before the configuration is complete.
+grpc::Status RpcHandler::hasMicrophone() const {
+    if (!audioRecorderFactory_)
+        return {grpc::StatusCode::FAILED_PRECONDITION, "The microphone is not known yet"};
+    return grpc::Status::OK;
+}
+
 /// Waits as long as another call has the microphone. Without the lock when this call ends before.
 std::unique_lock<QMutex> RpcHandler::lockRecording(const grpc::ServerContext& context) {
     std::unique_lock<QMutex> lock(recordingMutex_, std::defer_lock);
@@ -45,6 +52,8 @@ grpc::Status RpcHandler::StartRecordingStimuli(grpc::ServerContext* context,
     const dio::endpoint::StimuliPrepare prepared = preparedStimulus();
     if (grpc::Status status = isStimulusValid(prepared); !status.ok())
         return status;
+    if (grpc::Status status = hasMicrophone(); !status.ok())
+        return status;
     if (const auto lock = lockRecording(*context)) {
         const Recording recording(audioRecorderFactory_->create(writer));
         playStimuli(context, request, prepared, nullptr);
@@ -61,6 +70,8 @@ grpc::Status RpcHandler::StartRecordingStimuli(grpc::ServerContext* context,
 grpc::Status RpcHandler::StartStreaming(
     grpc::ServerContext* context, grpc::ServerReaderWriter<AudioBuffers, AudioBuffers>* stream) {
     DIRAC_SCOPED_TRACE("");
+    if (grpc::Status status = hasMicrophone(); !status.ok())
+        return status;
     if (const auto lock = lockRecording(*context)) {
         const Recording recording(audioRecorderFactory_->create(stream));
         while (!hasEnded(*context))

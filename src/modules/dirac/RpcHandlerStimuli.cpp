@@ -76,14 +76,18 @@ VeskRoles playerSource() {
     return roles;
 }
 
-bool playsOurSource(const PlayLogicInterface& player) {
-    const VeskRoles roles = player.data().mediaRoles();
-    return roles.mediaData().metaData().serviceID() == VeskService_Dirac_Id();
+bool isOurs(const VeskPlayLogicData& data) {
+    return data.mediaRoles().mediaData().metaData().serviceID() == VeskService_Dirac_Id();
+}
+
+bool isPlayingOurSource() {
+    const VeskPlayLogicData data = PlayLogicInterface::playerInstance()->data();
+    return isOurs(data) && data.state() != VeskPlayLogicState::Stopped;
 }
 
 void stopOurSource() {
     PlayLogicInterface* const player = PlayLogicInterface::playerInstance();
-    if (playsOurSource(*player))
+    if (isOurs(player->data()))
         player->stop(VeskPlayLogicStopReason::UserRequested);
 }
 
@@ -169,9 +173,8 @@ void RpcHandler::Playback::prepare() {
 
 void RpcHandler::Playback::start() {
     isStarted_ = true;
+    ++handler_.startedPlaybacks_;
     handler_.filterManager_->playbackLoopActive(true);
-    // Before the player is asked: it may stop at once, for want of a device.
-    handler_.playbackActive_ = true;
     PlayLogicInterface::playerInstance()->play(playerSource(), false);
 
     sender_.emplace();
@@ -186,6 +189,10 @@ void RpcHandler::Playback::start() {
     sender_->startNewSequence();
     report(0.0F);
     handler_.publishSender(&*sender_);
+    handler_.playbackActive_ = true;
+    // It may have given up at once, for want of a device, when nobody would have taken notice.
+    if (!isPlayingOurSource())
+        handler_.stopGenerator();
 }
 
 void RpcHandler::Playback::play(const Signal& signal, const std::vector<int>& speakers) {
@@ -231,8 +238,8 @@ void RpcHandler::Playback::send(int speaker, std::span<const std::int32_t> sampl
     sender_->sendMediaData(
         miscUtils::NoTimeValue, miscUtils::NoTimeValue,
         std::as_bytes(std::span(frames.constData(), static_cast<std::size_t>(frames.size()))));
-    // A stream that could not be opened takes everything at once.
-    if (!isOpen_)
+    // Nobody takes the stream, or another playback has taken its player: then a send does not wait.
+    if (!isOpen_ || handler_.startedPlaybacks_ > 1)
         std::this_thread::sleep_for(milliseconds(1000 * samples.size() / payloader_.rate()));
 }
 
@@ -261,6 +268,7 @@ void RpcHandler::Playback::finish() {
             sender_->shutdownSender();
     });
     attempt(stopOurSource);
+    --handler_.startedPlaybacks_;
 }
 
 /// Two playbacks may overlap; the last one to end turns the filter on and lets others mix in. The
@@ -300,11 +308,16 @@ void RpcHandler::publishSender(smt::Sender* sender) {
     stimulusSender_ = sender;
 }
 
+/// A stop that ended an earlier playback may be reported, by a busy worker, when the next one
+/// already plays; that one goes on.
 void RpcHandler::notifyPlayerStateChanged(VeskPlayLogicState::Enum state) {
     DIRAC_SCOPED_TRACE();
     LOG4CPLUS_DEBUG(logger, "notifyPlayerStateChanged: " << VeskPlayLogicState::toString(state));
-    if (state != VeskPlayLogicState::Stopped || !playbackActive_)
-        return;
+    if (state == VeskPlayLogicState::Stopped && playbackActive_ && !isPlayingOurSource())
+        stopGenerator();
+}
+
+void RpcHandler::stopGenerator() {
     LOG4CPLUS_WARN(logger, "Player stopped while stimuli generation is active, stopping generator");
     const std::lock_guard<std::mutex> lock(stimulusSenderMutex_);
     if (stimulusSender_) {

@@ -1,5 +1,6 @@
 #include "modules/dirac/CallLog.h"
 #include "modules/dirac/MeasurementFixture.h"
+#include "modules/dirac/RpcHandler.h"
 #include "modules/dirac/StandInMicrophone.h"
 #include "modules/dirac/StandInSender.h"
 #include "sdk/cm/VeskPaths.h"
@@ -378,4 +379,12 @@ TEST_F(RpcHandlerRecordingTest, FreesTheMicrophoneOfAClientThatNeverReads) {
     client.cancel();
     EXPECT_TRUE(eventually(microphoneIsFree));
     client.finish();
+}
+
+TEST_F(RpcHandlerRecordingTest, RefusesToRecordBeforeTheMicrophoneIsKnown) {
+    start();
+    const auto device = ::DeviceInfo();
+    RpcHandler handler(device, &worker(), nullptr);
+    EXPECT_EQ(outcome(handler.StartStreaming(nullptr, nullptr)),
+              "FAILED_PRECONDITION \"The microphone is not known yet\"");
 }

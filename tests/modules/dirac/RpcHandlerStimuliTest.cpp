@@ -576,6 +576,37 @@ TEST_F(RpcHandlerStimuliTest, WarnsOfTheStopThatEndsAnOrdinarySweep) {
     EXPECT_EQ(warnings(), 1U) << "the first stop has cleared the flag";
 }
 
+TEST_F(RpcHandlerStimuliTest, PlaysOnWhenTheEndOfAnEarlierPlaybackIsReportedLate) {
+    start();
+    prepare(sweepThrough({0}));
+    std::unique_ptr<Playback> second;
+    inWorkerThread([&] {
+        play();
+        sender().hold();
+        second = startStimuli();
+        ASSERT_TRUE(eventually([] { return sender().isHolding(); }));
+    });
+    settle();
+    EXPECT_TRUE(logged("DEBUG notifyPlayerStateChanged: Stopped"));
+    EXPECT_FALSE(
+        logged("WARN Player stopped while stimuli generation is active, stopping generator"));
+    sender().letAllThrough();
+    EXPECT_EQ(second->finish(), "OK");
+    EXPECT_EQ(sender().sends(), 2 * kSweepChunks);
+}
+
+TEST_F(RpcHandlerStimuliTest, EndsNoiseWhenItsStopIsReportedLate) {
+    start();
+    prepare(noiseThrough({0}));
+    std::unique_ptr<Playback> playback;
+    inWorkerThread([&] {
+        playback = startStimuli();
+        ASSERT_TRUE(eventually([] { return sender().sends() > 0; }));
+        stopPlayerFromOutside();
+    });
+    EXPECT_EQ(playback->finish(), "OK");
+}
+
 TEST_F(RpcHandlerStimuliTest, PlaysOnWhenTheStreamCannotBeOpened) {
     start();
     sender().failToOpen();
