@@ -20,6 +20,7 @@ Examples:
   veskd --listen 127.0.0.1 --log-level DEBUG devices/ten-channel.json
   veskd --state-dir /tmp/device --worker ./libmine.so devices/stereo.json
   veskd --play song.wav devices/stereo.json
+  veskd --playback hw:0 --microphone hw:1 devices/stereo.json
   veskd --print-description devices/stereo.json
 
 Exit codes: 0 ended in order, 1 could not start, 2 wrong usage.)";
@@ -48,6 +49,11 @@ void addOptions(CLI::App& app, HostOptions& options) {
     app.add_option("--listen", options.listenAddress, "Address of the calibration server")
         ->check(CLI::Validator(&checkAddress, ""))
         ->type_name("ADDRESS");
+    app.add_option("--playback", options.playbackDevice,
+                   "ALSA device of the speakers; \"\": no sound is heard")
+        ->type_name("DEVICE");
+    app.add_option("--microphone", options.microphoneDevice, "ALSA device of the microphone")
+        ->type_name("DEVICE");
     app.add_option("--play", options.soundFile, "Play this sound file once the device runs")
         ->check(CLI::Validator(CLI::ExistingFile).description(""))
         ->type_name("PATH");

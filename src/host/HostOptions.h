@@ -13,7 +13,9 @@ struct HostOptions {
     std::optional<std::string> stateDirectory;
     std::optional<std::string> controlSocket;  ///< none: control.sock in the state directory
     std::optional<std::string> listenAddress;
-    std::optional<std::string> soundFile;  ///< to be played once the device runs
+    std::optional<std::string> playbackDevice;    ///< an ALSA name, empty for no sound
+    std::optional<std::string> microphoneDevice;  ///< an ALSA name
+    std::optional<std::string> soundFile;         ///< to be played once the device runs
     std::optional<std::string> logLevel;
     std::optional<std::string> logFile;
     std::optional<int> readyDescriptor;  ///< where to tell that the device runs

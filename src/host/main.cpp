@@ -36,6 +36,10 @@ HostDescription describedBy(const HostOptions& options) {
         device.stateDirectory = QString::fromStdString(*options.stateDirectory);
     if (options.listenAddress)
         device.listenAddress = QString::fromStdString(*options.listenAddress);
+    if (options.playbackDevice)
+        device.playbackDeviceName = QString::fromStdString(*options.playbackDevice);
+    if (options.microphoneDevice)
+        device.micDeviceName = QString::fromStdString(*options.microphoneDevice);
     if (options.logLevel)
         description.log.level = *options.logLevel;
     if (options.logFile)

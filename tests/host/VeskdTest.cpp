@@ -307,6 +307,15 @@ TEST_F(VeskdTest, PrintsTheDescriptionWithItsDefaults) {
     EXPECT_FALSE(fs::exists(scratch("state")));
 }
 
+TEST_F(VeskdTest, TheCommandLineChoosesTheSoundDevices) {
+    const auto end = runProcess({VESK_HOST, "--print-description", "--playback", "plug:room",
+                                 "--microphone", "hw:3", kStereo},
+                                scratch_.path().string());
+    EXPECT_EQ(end.exitCode, 0);
+    EXPECT_THAT(end.output, AllOf(HasSubstr("\"playbackDeviceName\": \"plug:room\""),
+                                  HasSubstr("\"micDeviceName\": \"hw:3\"")));
+}
+
 TEST_F(VeskdTest, HelpHasExamples) {
     const auto end = runProcess({VESK_HOST, "--help"});
     EXPECT_EQ(end.exitCode, 0);
