@@ -5,18 +5,18 @@
 namespace dsp {
 namespace {
 
-std::vector<std::size_t> filteredChannels(const Correction& correction) {
-    std::vector<std::size_t> filtered;
+std::vector<std::size_t> channelsOf(const Correction& correction, bool isFiltered) {
+    std::vector<std::size_t> channels;
     for (std::size_t c = 0; c < correction.channels.size(); ++c) {
-        if (correction.channels[c].isFiltered)
-            filtered.push_back(c);
+        if (correction.channels[c].isFiltered == isFiltered)
+            channels.push_back(c);
     }
-    return filtered;
+    return channels;
 }
 
 std::vector<std::vector<float>> responsesOf(const Correction& correction) {
     std::vector<std::vector<float>> responses;
-    for (const std::size_t c : filteredChannels(correction))
+    for (const std::size_t c : channelsOf(correction, true))
         responses.push_back(correction.channels[c].taps);
     return responses;
 }
@@ -26,7 +26,8 @@ std::vector<std::vector<float>> responsesOf(const Correction& correction) {
 BaseBand::BaseBand(const Correction& correction, const VectorKernels& kernels)
     : changes_(correction.channels.size()),
       convolver_(responsesOf(correction), kernels),
-      filtered_(filteredChannels(correction)),
+      filtered_(channelsOf(correction, true)),
+      unfiltered_(channelsOf(correction, false)),
       source_(correction.channels.size()),
       filterInput_(filtered_.size()),
       filterOutput_(filtered_.size()) {
@@ -55,7 +56,7 @@ void BaseBand::process(const double* const* input, double* const* output, std::s
         bassControl_->process(input, managed_.data(), frames);
         std::ranges::copy(managed_, source_.begin());
     }
-    for (std::size_t c = 0; c < source_.size(); ++c)
+    for (const std::size_t c : unfiltered_)
         std::copy_n(source_[c], frames, output[c]);
     for (std::size_t done = 0; done < frames;) {
         const std::size_t piece = std::min(frames - done, convolver_.missing());

@@ -34,6 +34,7 @@ private:
     std::optional<BassControl> bassControl_;
     Convolver convolver_;
     std::vector<std::size_t> filtered_;       ///< the channels that the convolver has, in order
+    std::vector<std::size_t> unfiltered_;     ///< the others
     std::vector<ParallelSections> sections_;  ///< of these
     AlignedBuffer<double> storage_;
     std::vector<double*> managed_;       ///< each channel behind bass control

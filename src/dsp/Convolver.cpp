@@ -1,6 +1,7 @@
 #include "dsp/Convolver.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace dsp {
 namespace {
@@ -14,14 +15,14 @@ std::size_t partitionsOf(Responses responses) {
     return (longest + kTransformSize - 1) / kTransformSize;
 }
 
-/// The narrowest kernel that takes all `channels`, otherwise the widest.
+/// The widest kernel that has no lane to spare, otherwise the narrowest: what an empty lane costs
+/// in memory traffic is more than what a wider one saves.
 const ConvolutionKernel& kernelFor(std::size_t channels, const VectorKernels& kernels) {
-    const ConvolutionKernel* chosen = kernels.convolution;
-    for (std::size_t i = 1; i < kernels.widths; ++i) {
-        if (kernels.convolution[i].width >= channels)
-            chosen = &kernels.convolution[i];
+    for (std::size_t i = 0; i + 1 < kernels.widths; ++i) {
+        if (kernels.convolution[i].width <= channels)
+            return kernels.convolution[i];
     }
-    return *chosen;
+    return kernels.convolution[kernels.widths - 1];
 }
 
 }  // namespace
@@ -31,13 +32,14 @@ Convolver::Lanes::Lanes(const ConvolutionKernel& kernel, Responses responses)
       channels_(responses.size()),
       partitions_(partitionsOf(responses)),
       spectrumSize_(2 * kTransformSize * kernel.width),
-      responses_(partitions_ * spectrumSize_),
+      groupSize_(spectrumSize_ / kernel.groups),
+      responses_(2 * partitions_ * spectrumSize_),
       windows_(partitions_ * spectrumSize_),
-      past_(partitions_),
       block_(kTransformSize * kernel.width),
-      earlier_(spectrumSize_),
-      result_(spectrumSize_),
-      overlap_(kTransformSize * kernel.width) {
+      spectrum_(spectrumSize_),
+      output_(kTransformSize * kernel.width),
+      overlap_(kTransformSize * kernel.width),
+      next_(kTransformSize * kernel.width) {
     transformResponses(responses);
 }
 
@@ -51,52 +53,44 @@ void Convolver::Lanes::transformResponses(Responses responses) {
             for (std::size_t tap = first; tap < end; ++tap)
                 block_[(tap - first) * kernel_->width + c] = responses[c][tap] * scale;
         }
-        kernel_->transform(block_.data(), responses_.data() + partition * spectrumSize_);
+        for (const std::size_t copy : {std::size_t{1}, std::size_t{2}})
+            kernel_->transform(
+                block_.data(), spectrum_.data(),
+                responses_.data() + (copy * partitions_ - 1 - partition) * groupSize_,
+                2 * partitions_ * groupSize_);
     }
     block_.clear();
-}
-
-float* Convolver::Lanes::window(std::size_t age) {
-    return windows_.data() + (newest_ + partitions_ - age) % partitions_ * spectrumSize_;
 }
 
 void Convolver::Lanes::process(const double* const* input, double* const* output,
                                std::size_t frames, std::size_t filled) {
-    const std::size_t width = kernel_->width;
-    if (filled == 0)
-        beginBlock();
-    for (std::size_t c = 0; c < channels_; ++c) {
-        float* to = block_.data() + filled * width + c;
-        for (std::size_t n = 0; n < frames; ++n)
-            to[n * width] = static_cast<float>(input[c][n]);
-    }
-    kernel_->transform(block_.data(), window(0));
-    const float* const present = window(0);
-    kernel_->multiplyAdd(&present, responses_.data(), 1, earlier_.data(), result_.data());
-    kernel_->invert(result_.data());
-    for (std::size_t c = 0; c < channels_; ++c) {
-        const float* from = result_.data() + 2 * filled * width + c;
-        const float* overlap = overlap_.data() + filled * width + c;
-        for (std::size_t n = 0; n < frames; ++n)
-            output[c][n] = static_cast<double>(from[2 * n * width] + overlap[n * width]);
-    }
-    if (filled + frames == kTransformSize)
-        endBlock();
-}
-
-void Convolver::Lanes::beginBlock() {
-    for (std::size_t age = 1; age < partitions_; ++age)
-        past_[age - 1] = window(age);
-    kernel_->multiplyAdd(past_.data(), responses_.data() + spectrumSize_, partitions_ - 1, nullptr,
-                         earlier_.data());
-}
-
-void Convolver::Lanes::endBlock() {
-    const std::size_t width = kernel_->width;
-    for (std::size_t n = 0; n < kTransformSize; ++n)
-        std::copy_n(result_.data() + (2 * n + 1) * width, width, overlap_.data() + n * width);
-    block_.clear();
+    take(input, frames, filled);
+    convolve();
+    give(output, frames, filled);
+    if (filled + frames < kTransformSize)
+        return;
+    std::swap(overlap_, next_);
     newest_ = (newest_ + 1) % partitions_;
+}
+
+void Convolver::Lanes::take(const double* const* input, std::size_t frames, std::size_t filled) {
+    const std::size_t width = kernel_->width;
+    kernel_->interleave(input, channels_, frames, block_.data() + filled * width);
+    const std::size_t end = (filled + frames) * width;
+    std::fill_n(block_.data() + end, block_.size() - end, 0.0F);
+}
+
+void Convolver::Lanes::convolve() {
+    kernel_->transform(block_.data(), spectrum_.data(), windows_.data() + newest_ * groupSize_,
+                       partitions_ * groupSize_);
+    kernel_->multiplyAdd(windows_.data(),
+                         responses_.data() + (partitions_ - 1 - newest_) * groupSize_, partitions_,
+                         spectrum_.data());
+    kernel_->invert(spectrum_.data(), overlap_.data(), output_.data(), next_.data());
+}
+
+void Convolver::Lanes::give(double* const* output, std::size_t frames, std::size_t filled) const {
+    kernel_->separate(output_.data() + filled * kernel_->width, frames, channels_, output);
 }
 
 Convolver::Convolver(const std::vector<std::vector<float>>& responses, const VectorKernels& kernels)

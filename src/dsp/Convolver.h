@@ -38,22 +38,25 @@ private:
 
     private:
         void transformResponses(std::span<const std::vector<float>> responses);
-        void beginBlock();
-        void endBlock();
-        [[nodiscard]] float* window(std::size_t age);
+        void take(const double* const* input, std::size_t frames, std::size_t filled);
+        void convolve();
+        void give(double* const* output, std::size_t frames, std::size_t filled) const;
 
         const ConvolutionKernel* kernel_;
         std::size_t channels_;
         std::size_t partitions_;
-        std::size_t spectrumSize_;        ///< floats
-        AlignedBuffer<float> responses_;  ///< spectra of the partitions
-        AlignedBuffer<float> windows_;    ///< spectra of the blocks, a ring
-        std::vector<const float*> past_;  ///< the spectra of the blocks before, the last one first
-        std::size_t newest_{0};           ///< place of the present block in the ring
-        AlignedBuffer<float> block_;      ///< the present block, 0 as far as not filled
-        AlignedBuffer<float> earlier_;    ///< what the blocks before give to the present one
-        AlignedBuffer<float> result_;     ///< of the present block: its output and what overlaps
-        AlignedBuffer<float> overlap_;    ///< of the block before, into the present one
+        std::size_t spectrumSize_;  ///< floats
+        std::size_t groupSize_;     ///< of bins, floats
+        /// For each group of bins those of all partitions, the last first, and the same once more:
+        /// wherever the ring of windows begins, the responses to its places follow one another.
+        AlignedBuffer<float> responses_;
+        AlignedBuffer<float> windows_;  ///< for each group those of the last blocks, a ring
+        std::size_t newest_{0};         ///< place of the present block in the rings
+        AlignedBuffer<float> block_;    ///< the present block, followed by silence
+        AlignedBuffer<float> spectrum_;
+        AlignedBuffer<float> output_;   ///< of the present block
+        AlignedBuffer<float> overlap_;  ///< of the block before, into the present one
+        AlignedBuffer<float> next_;     ///< of the present block, into the next one
     };
 
     std::size_t channels_;

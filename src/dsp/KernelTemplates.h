@@ -117,25 +117,56 @@ template <typename Vector>
 constexpr std::size_t kQuarter = kTransformSize / 4;
 constexpr std::size_t kSixteenth = kTransformSize / 16;
 
+/// Where bins lie: so many of them side by side that they fill the widest register, first all real
+/// parts and then all imaginary ones. `stride` is the way from one such group to the next, in
+/// floats.
+template <typename Vector, std::size_t together>
+struct Bins {
+    static constexpr std::size_t kWidth = sizeof(Vector) / sizeof(float);
+
+    [[gnu::always_inline]] inline Vector* at(std::size_t bin) const {
+        return reinterpret_cast<Vector*>(floats + bin / together * stride +
+                                         bin % together * kWidth);
+    }
+    [[gnu::always_inline]] inline Complex<Vector> load(std::size_t bin) const {
+        return {*at(bin), at(bin)[together]};
+    }
+    [[gnu::always_inline]] inline void store(std::size_t bin, const Complex<Vector>& value) const {
+        *at(bin) = value.re;
+        at(bin)[together] = value.im;
+    }
+
+    float* floats;
+    std::size_t stride;
+};
+
 /// Eight points: two transforms of four, then four of two.
-template <typename Vector>
-[[gnu::always_inline]] inline void transformEight(Complex<Vector>* x, const Twiddle* twiddles) {
+template <typename Vector, typename To>
+[[gnu::always_inline]] inline void transformEight(const Complex<Vector>* x, const Twiddle* twiddles,
+                                                  const To& to, std::size_t bin) {
     const auto first = rotated(butterfly(loadQuad(x, 2)), twiddles[0]);
     const auto second = rotated(butterfly(loadQuad(x + 1, 2)), twiddles[1]);
-    x[0] = first.x0 + second.x0;
-    x[1] = first.x0 - second.x0;
-    x[2] = first.x1 + second.x1;
-    x[3] = first.x1 - second.x1;
-    x[4] = first.x2 + second.x2;
-    x[5] = first.x2 - second.x2;
-    x[6] = first.x3 + second.x3;
-    x[7] = first.x3 - second.x3;
+    to.store(bin, first.x0 + second.x0);
+    to.store(bin + 1, first.x0 - second.x0);
+    to.store(bin + 2, first.x1 + second.x1);
+    to.store(bin + 3, first.x1 - second.x1);
+    to.store(bin + 4, first.x2 + second.x2);
+    to.store(bin + 5, first.x2 - second.x2);
+    to.store(bin + 6, first.x3 + second.x3);
+    to.store(bin + 7, first.x3 - second.x3);
 }
 
-template <typename Vector>
-[[gnu::always_inline]] inline void invertEight(Complex<Vector>* x, const Twiddle* twiddles) {
-    const Quad<Vector> first{x[0] + x[1], x[2] + x[3], x[4] + x[5], x[6] + x[7]};
-    const Quad<Vector> second{x[0] - x[1], x[2] - x[3], x[4] - x[5], x[6] - x[7]};
+/// In place, whatever the order of the bins: all eight are read first.
+template <typename Vector, typename From>
+[[gnu::always_inline]] inline void invertEight(const From& from, std::size_t bin,
+                                               const Twiddle* twiddles, Complex<Vector>* x) {
+    Complex<Vector> bins[8];
+    for (std::size_t i = 0; i < 8; ++i)
+        bins[i] = from.load(bin + i);
+    const Quad<Vector> first{bins[0] + bins[1], bins[2] + bins[3], bins[4] + bins[5],
+                             bins[6] + bins[7]};
+    const Quad<Vector> second{bins[0] - bins[1], bins[2] - bins[3], bins[4] - bins[5],
+                              bins[6] - bins[7]};
     storeQuad(inverseButterfly(rotatedBack(first, twiddles[0])), x, 2);
     storeQuad(inverseButterfly(rotatedBack(second, twiddles[1])), x + 1, 2);
 }
@@ -145,10 +176,10 @@ template <typename Vector>
     return {sample * w.cosine, sample * w.sine};
 }
 
-template <typename Vector>
-void transform(const float* block, float* spectrum) {
+template <typename Vector, std::size_t together>
+void transform(const float* block, float* scratch, float* bins, std::size_t stride) {
     const auto* samples = reinterpret_cast<const Vector*>(block);
-    auto* x = reinterpret_cast<Complex<Vector>*>(spectrum);
+    auto* x = reinterpret_cast<Complex<Vector>*>(scratch);
     const TransformTables& tables = transformTables();
     const Rotation* weights = tables.weights;
     for (std::size_t i = 0; i < kQuarter; ++i) {
@@ -163,63 +194,165 @@ void transform(const float* block, float* spectrum) {
             storeQuad(rotated(butterfly(loadQuad(part + i, kSixteenth)), tables.of32[i]), part + i,
                       kSixteenth);
     }
-    for (auto* part = x; part < x + kTransformSize; part += kSixteenth)
-        transformEight(part, tables.of8);
+    const Bins<Vector, together> to{bins, stride};
+    for (std::size_t i = 0; i < kTransformSize; i += kSixteenth)
+        transformEight(x + i, tables.of8, to, i);
 }
 
+/// Real parts to the output, imaginary ones to what overlaps with the next block.
 template <typename Vector>
-void invert(float* spectrum) {
+[[gnu::always_inline]] inline void part(const Complex<Vector>& value, const Rotation& weight,
+                                        const Vector& overlap, Vector* output, Vector* next) {
+    const auto sample = timesConjugate(value, weight);
+    *output = sample.re + overlap;
+    *next = sample.im;
+}
+
+template <typename Vector, std::size_t together>
+void invert(float* spectrum, const float* overlap, float* output, float* next) {
     auto* x = reinterpret_cast<Complex<Vector>*>(spectrum);
+    const auto* over = reinterpret_cast<const Vector*>(overlap);
+    auto* out = reinterpret_cast<Vector*>(output);
+    auto* later = reinterpret_cast<Vector*>(next);
+    const Bins<Vector, together> from{spectrum, 2 * together * Bins<Vector, together>::kWidth};
     const TransformTables& tables = transformTables();
     const Rotation* weights = tables.weights;
-    for (auto* part = x; part < x + kTransformSize; part += kSixteenth)
-        invertEight(part, tables.of8);
-    for (auto* part = x; part < x + kTransformSize; part += kQuarter) {
+    for (std::size_t i = 0; i < kTransformSize; i += kSixteenth)
+        invertEight(from, i, tables.of8, x + i);
+    for (auto* part32 = x; part32 < x + kTransformSize; part32 += kQuarter) {
         for (std::size_t i = 0; i < kSixteenth; ++i)
-            storeQuad(inverseButterfly(rotatedBack(loadQuad(part + i, kSixteenth), tables.of32[i])),
-                      part + i, kSixteenth);
+            storeQuad(
+                inverseButterfly(rotatedBack(loadQuad(part32 + i, kSixteenth), tables.of32[i])),
+                part32 + i, kSixteenth);
     }
     for (std::size_t i = 0; i < kQuarter; ++i) {
         const auto quad = inverseButterfly(rotatedBack(loadQuad(x + i, kQuarter), tables.of128[i]));
-        x[i] = timesConjugate(quad.x0, weights[i]);
-        x[i + kQuarter] = timesConjugate(quad.x1, weights[i + kQuarter]);
-        x[i + 2 * kQuarter] = timesConjugate(quad.x2, weights[i + 2 * kQuarter]);
-        x[i + 3 * kQuarter] = timesConjugate(quad.x3, weights[i + 3 * kQuarter]);
+        const Complex<Vector> parts[4] = {quad.x0, quad.x1, quad.x2, quad.x3};
+        for (std::size_t q = 0; q < 4; ++q) {
+            const std::size_t n = i + q * kQuarter;
+            part(parts[q], weights[n], over[n], out + n, later + n);
+        }
     }
 }
 
 /// The four products are summed apart, so that no addition waits for another of the same bin.
-template <typename Vector>
-void multiplyAdd(const float* const* windows, const float* responses, std::size_t count,
-                 const float* base, float* sum) {
-    constexpr std::size_t width = sizeof(Vector) / sizeof(float);
-    for (std::size_t bin = 0; bin < kTransformSize; ++bin) {
-        const std::size_t place = 2 * width * bin;
+/// `groups` of bins fill one register each.
+template <typename Vector, std::size_t groups>
+void multiplyAdd(const float* windows, const float* responses, std::size_t count, float* sum) {
+    const auto* x = reinterpret_cast<const Complex<Vector>*>(windows);
+    const auto* h = reinterpret_cast<const Complex<Vector>*>(responses);
+    auto* result = reinterpret_cast<Complex<Vector>*>(sum);
+    for (std::size_t group = 0; group < groups; ++group, x += count, h += 2 * count) {
         Vector realReal{}, imaginaryImaginary{}, realImaginary{}, imaginaryReal{};
-        const float* response = responses + place;
-        for (std::size_t p = 0; p < count; ++p, response += 2 * width * kTransformSize) {
-            const auto* x = reinterpret_cast<const Complex<Vector>*>(windows[p] + place);
-            const auto* h = reinterpret_cast<const Complex<Vector>*>(response);
-            realReal += x->re * h->re;
-            imaginaryImaginary += x->im * h->im;
-            realImaginary += x->re * h->im;
-            imaginaryReal += x->im * h->re;
+        for (std::size_t p = 0; p < count; ++p) {
+            realReal += x[p].re * h[p].re;
+            imaginaryImaginary += x[p].im * h[p].im;
+            realImaginary += x[p].re * h[p].im;
+            imaginaryReal += x[p].im * h[p].re;
         }
-        Complex<Vector> result{realReal - imaginaryImaginary, realImaginary + imaginaryReal};
-        if (base != nullptr)
-            result = result + *reinterpret_cast<const Complex<Vector>*>(base + place);
-        *reinterpret_cast<Complex<Vector>*>(sum + place) = result;
+        result[group] = {realReal - imaginaryImaginary, realImaginary + imaginaryReal};
+    }
+}
+
+// Channels that lie apart come side by side, and back, in squares of four by four.
+
+using Four = Floats<4>::Type;
+
+[[gnu::always_inline]] inline void transpose(Four* rows) {
+    const Four a = __builtin_shufflevector(rows[0], rows[1], 0, 4, 1, 5);
+    const Four b = __builtin_shufflevector(rows[2], rows[3], 0, 4, 1, 5);
+    const Four c = __builtin_shufflevector(rows[0], rows[1], 2, 6, 3, 7);
+    const Four d = __builtin_shufflevector(rows[2], rows[3], 2, 6, 3, 7);
+    rows[0] = __builtin_shufflevector(a, b, 0, 1, 4, 5);
+    rows[1] = __builtin_shufflevector(a, b, 2, 3, 6, 7);
+    rows[2] = __builtin_shufflevector(c, d, 0, 1, 4, 5);
+    rows[3] = __builtin_shufflevector(c, d, 2, 3, 6, 7);
+}
+
+/// Four channels; `to` is the first one's place in the first frame.
+template <std::size_t width>
+void interleaveFour(const double* const* channels, std::size_t frames, float* to) {
+    std::size_t n = 0;
+    for (; n + 4 <= frames; n += 4) {
+        Four rows[4];
+        for (std::size_t c = 0; c < 4; ++c) {
+            for (std::size_t i = 0; i < 4; ++i)
+                rows[c][i] = static_cast<float>(channels[c][n + i]);
+        }
+        transpose(rows);
+        for (std::size_t i = 0; i < 4; ++i)
+            *reinterpret_cast<Four*>(to + (n + i) * width) = rows[i];
+    }
+    for (; n < frames; ++n) {
+        for (std::size_t c = 0; c < 4; ++c)
+            to[n * width + c] = static_cast<float>(channels[c][n]);
     }
 }
 
 template <std::size_t width>
+void separateFour(const float* from, std::size_t frames, double* const* channels) {
+    std::size_t n = 0;
+    for (; n + 4 <= frames; n += 4) {
+        Four rows[4];
+        for (std::size_t i = 0; i < 4; ++i)
+            rows[i] = *reinterpret_cast<const Four*>(from + (n + i) * width);
+        transpose(rows);
+        for (std::size_t c = 0; c < 4; ++c) {
+            for (std::size_t i = 0; i < 4; ++i)
+                channels[c][n + i] = static_cast<double>(rows[c][i]);
+        }
+    }
+    for (; n < frames; ++n) {
+        for (std::size_t c = 0; c < 4; ++c)
+            channels[c][n] = static_cast<double>(from[n * width + c]);
+    }
+}
+
+template <std::size_t width>
+void interleave(const double* const* channels, std::size_t count, std::size_t frames, float* to) {
+    for (std::size_t c = 0; c < count; c += 4) {
+        // Beyond the last channel it is taken again: a lane without a response stays silent.
+        const double* four[4];
+        for (std::size_t i = 0; i < 4; ++i)
+            four[i] = channels[c + i < count ? c + i : count - 1];
+        interleaveFour<width>(four, frames, to + c);
+    }
+}
+
+template <std::size_t width>
+void separate(const float* from, std::size_t frames, std::size_t count, double* const* channels) {
+    double nobodys[kTransformSize];
+    for (std::size_t c = 0; c < count; c += 4) {
+        double* four[4];
+        for (std::size_t i = 0; i < 4; ++i)
+            four[i] = c + i < count ? channels[c + i] : nobodys;
+        separateFour<width>(from + c, frames, four);
+    }
+}
+
+/// `widest` is how many floats a register holds.
+template <std::size_t width, std::size_t widest>
 constexpr ConvolutionKernel convolutionKernel() {
     using Vector = typename Floats<width>::Type;
-    return {width, transform<Vector>, multiplyAdd<Vector>, invert<Vector>};
+    using Register = typename Floats<widest>::Type;
+    constexpr std::size_t together = widest / width;
+    constexpr std::size_t groups = kTransformSize / together;
+    return {width,
+            groups,
+            interleave<width>,
+            separate<width>,
+            transform<Vector, together>,
+            multiplyAdd<Register, groups>,
+            invert<Vector, together>};
 }
 
 [[gnu::always_inline]] inline double sumOf(const Doubles<2>::Type& v) {
     return v[0] + v[1];
+}
+
+/// The sum of each vector's elements.
+[[gnu::always_inline]] inline Doubles<2>::Type sumsOf(const Doubles<2>::Type* v) {
+    return __builtin_shufflevector(v[0], v[1], 0, 2) + __builtin_shufflevector(v[0], v[1], 1, 3);
 }
 
 #ifdef __AVX__
@@ -227,6 +360,18 @@ constexpr ConvolutionKernel convolutionKernel() {
     const Doubles<2>::Type low = __builtin_shufflevector(v, v, 0, 1);
     const Doubles<2>::Type high = __builtin_shufflevector(v, v, 2, 3);
     return sumOf(low + high);
+}
+
+[[gnu::always_inline]] inline Doubles<4>::Type pairSums(const Doubles<4>::Type& a,
+                                                        const Doubles<4>::Type& b) {
+    return __builtin_shufflevector(a, b, 0, 4, 2, 6) + __builtin_shufflevector(a, b, 1, 5, 3, 7);
+}
+
+[[gnu::always_inline]] inline Doubles<4>::Type sumsOf(const Doubles<4>::Type* v) {
+    const auto low = pairSums(v[0], v[1]);
+    const auto high = pairSums(v[2], v[3]);
+    return __builtin_shufflevector(low, high, 0, 1, 4, 5) +
+           __builtin_shufflevector(low, high, 2, 3, 6, 7);
 }
 #endif
 
@@ -236,57 +381,96 @@ constexpr ConvolutionKernel convolutionKernel() {
     const Doubles<4>::Type high = __builtin_shufflevector(v, v, 4, 5, 6, 7);
     return sumOf(low + high);
 }
+
+[[gnu::always_inline]] inline Doubles<8>::Type pairSums(const Doubles<8>::Type& a,
+                                                        const Doubles<8>::Type& b) {
+    return __builtin_shufflevector(a, b, 0, 8, 2, 10, 4, 12, 6, 14) +
+           __builtin_shufflevector(a, b, 1, 9, 3, 11, 5, 13, 7, 15);
+}
+
+[[gnu::always_inline]] inline Doubles<8>::Type quadSums(const Doubles<8>::Type* v) {
+    const auto low = pairSums(v[0], v[1]);
+    const auto high = pairSums(v[2], v[3]);
+    return __builtin_shufflevector(low, high, 0, 1, 8, 9, 4, 5, 12, 13) +
+           __builtin_shufflevector(low, high, 2, 3, 10, 11, 6, 7, 14, 15);
+}
+
+[[gnu::always_inline]] inline Doubles<8>::Type sumsOf(const Doubles<8>::Type* v) {
+    const auto low = quadSums(v);
+    const auto high = quadSums(v + 4);
+    return __builtin_shufflevector(low, high, 0, 1, 2, 3, 8, 9, 10, 11) +
+           __builtin_shufflevector(low, high, 4, 5, 6, 7, 12, 13, 14, 15);
+}
 #endif
 
-/// Four vectors of sections at once: their recursions are independent, and fill the time that each
-/// waits for its own last result.
-template <std::size_t width>
-[[gnu::always_inline]] inline void addSectionVectors(const SectionArrays& sections,
-                                                     std::size_t first, const double* input,
+constexpr std::size_t kVectors = 4;
+
+/// Four vectors of sections: their recursions are independent, and fill the time that each waits
+/// for its own last result.
+template <typename Vector>
+struct Sections {
+    Vector a1[kVectors], a2[kVectors], b0[kVectors], b1[kVectors];
+
+    /// One sample. `newest` becomes the newest state: the two states take turns.
+    [[gnu::always_inline]] inline Vector step(double sample, const Vector* last, Vector* newest,
+                                              Vector sum) const {
+        for (std::size_t i = 0; i < kVectors; ++i) {
+            newest[i] = sample - a2[i] * newest[i] - a1[i] * last[i];
+            sum = sum + b0[i] * newest[i] + b1[i] * last[i];
+        }
+        return sum;
+    }
+};
+
+template <std::size_t width, bool isFirst>
+[[gnu::always_inline]] inline void addSectionVectors(const SectionArrays& arrays, std::size_t first,
+                                                     const double* input,
                                                      typename Doubles<width>::Type* sums,
                                                      std::size_t frames) {
     using Vector = typename Doubles<width>::Type;
-    constexpr std::size_t kVectors = 4;
     const auto load = [first](const double* array, std::size_t i) {
         return *reinterpret_cast<const Vector*>(array + first + i * width);
     };
     const auto store = [first](double* array, std::size_t i, const Vector& value) {
         *reinterpret_cast<Vector*>(array + first + i * width) = value;
     };
-    Vector a1[kVectors], a2[kVectors], b0[kVectors], b1[kVectors], v1[kVectors], v2[kVectors];
+    Sections<Vector> sections;
+    Vector v1[kVectors], v2[kVectors];
     for (std::size_t i = 0; i < kVectors; ++i) {
-        a1[i] = load(sections.a1, i);
-        a2[i] = load(sections.a2, i);
-        b0[i] = load(sections.b0, i);
-        b1[i] = load(sections.b1, i);
-        v1[i] = load(sections.state1, i);
-        v2[i] = load(sections.state2, i);
+        sections.a1[i] = load(arrays.a1, i);
+        sections.a2[i] = load(arrays.a2, i);
+        sections.b0[i] = load(arrays.b0, i);
+        sections.b1[i] = load(arrays.b1, i);
+        v1[i] = load(arrays.state1, i);
+        v2[i] = load(arrays.state2, i);
     }
-    for (std::size_t n = 0; n < frames; ++n) {
-        Vector sum = sums[n];
-        for (std::size_t i = 0; i < kVectors; ++i) {
-            const Vector v = input[n] - a2[i] * v2[i] - a1[i] * v1[i];
-            sum += b0[i] * v + b1[i] * v1[i];
-            v2[i] = v1[i];
-            v1[i] = v;
-        }
-        sums[n] = sum;
+    std::size_t n = 0;
+    for (; n + 1 < frames; n += 2) {
+        sums[n] = sections.step(input[n], v1, v2, isFirst ? Vector{} : sums[n]);
+        sums[n + 1] = sections.step(input[n + 1], v2, v1, isFirst ? Vector{} : sums[n + 1]);
     }
+    const bool isOdd = n < frames;
+    if (isOdd)
+        sums[n] = sections.step(input[n], v1, v2, isFirst ? Vector{} : sums[n]);
     for (std::size_t i = 0; i < kVectors; ++i) {
-        store(sections.state1, i, v1[i]);
-        store(sections.state2, i, v2[i]);
+        store(arrays.state1, i, isOdd ? v2[i] : v1[i]);
+        store(arrays.state2, i, isOdd ? v1[i] : v2[i]);
     }
 }
 
 template <std::size_t width>
 void addSections(const SectionArrays& sections, const double* input, double* output,
                  std::size_t frames) {
+    if (sections.count == 0)
+        return;
     typename Doubles<width>::Type sums[kTransformSize];
-    for (std::size_t n = 0; n < frames; ++n)
-        sums[n] = typename Doubles<width>::Type{};
-    for (std::size_t first = 0; first < sections.count; first += 4 * width)
-        addSectionVectors<width>(sections, first, input, sums, frames);
-    for (std::size_t n = 0; n < frames; ++n)
+    addSectionVectors<width, true>(sections, 0, input, sums, frames);
+    for (std::size_t first = kVectors * width; first < sections.count; first += kVectors * width)
+        addSectionVectors<width, false>(sections, first, input, sums, frames);
+    std::size_t n = 0;
+    for (; n + width <= frames; n += width)
+        *reinterpret_cast<typename Doubles<width>::Unaligned*>(output + n) += sumsOf(sums + n);
+    for (; n < frames; ++n)
         output[n] += sumOf(sums[n]);
 }
 

@@ -5,7 +5,7 @@ namespace dsp {
 
 const VectorKernels& avx2Kernels() {
     static constexpr VectorKernels kKernels{
-        "AVX2", 2, {convolutionKernel<8>(), convolutionKernel<4>()}, addSections<4>, dot<4>};
+        "AVX2", 2, {convolutionKernel<8, 8>(), convolutionKernel<4, 8>()}, addSections<4>, dot<4>};
     return kKernels;
 }
 

@@ -10,10 +10,9 @@ namespace dsp {
 /// Samples of a block that is transformed at once, and of a partition of a response.
 constexpr std::size_t kTransformSize = 128;
 
-/// Convolution of `width` channels side by side: sample or bin n of channel c lies at
-/// n * width + c. A spectrum has kTransformSize complex bins, each as `width` real parts followed
-/// by `width` imaginary parts, in an order that only these functions know. Pointers are aligned to
-/// 64 bytes.
+/// Convolution of `width` channels side by side: sample n of channel c lies at n * width + c. A
+/// spectrum has kTransformSize complex bins of each channel in `groups` groups of equal size, in an
+/// order that only these functions know. Pointers are aligned to 64 bytes.
 ///
 /// The transform is the right-angle one (H. J. Nussbaumer, "Fast Fourier Transform and Convolution
 /// Algorithms", chapter 3): a block of kTransformSize real samples becomes as many complex bins,
@@ -21,19 +20,27 @@ constexpr std::size_t kTransformSize = 128;
 /// its real parts and the second half in its imaginary ones. Neither padding nor a separate pass
 /// for real data is needed.
 struct ConvolutionKernel {
-    std::size_t width;  ///< channels side by side
+    std::size_t width;   ///< channels side by side
+    std::size_t groups;  ///< of bins
 
-    /// Spectrum of kTransformSize samples.
-    void (*transform)(const float* block, float* spectrum);
+    /// Brings `count` channels side by side, and back.
+    void (*interleave)(const double* const* channels, std::size_t count, std::size_t frames,
+                       float* to);
+    void (*separate)(const float* from, std::size_t frames, std::size_t count,
+                     double* const* channels);
 
-    /// sum = base + Σ windows[p] * responses[p], for `count` partitions; the spectra of the
-    /// responses follow one another. `base` may be null and may be `sum`.
-    void (*multiplyAdd)(const float* const* windows, const float* responses, std::size_t count,
-                        const float* base, float* sum);
+    /// Spectrum of kTransformSize samples. Bin k goes to `bins` + k * `stride`, in floats;
+    /// `scratch` is a spectrum that is overwritten.
+    void (*transform)(const float* block, float* scratch, float* bins, std::size_t stride);
 
-    /// Replaces a spectrum by kTransformSize samples, each as `width` real parts and `width`
-    /// imaginary parts, kTransformSize times too large.
-    void (*invert)(float* spectrum);
+    /// Bin k of `sum` is the sum of `count` products. Those of bin k of windows and responses
+    /// follow one another; from bin to bin there are `count` windows, and twice as many responses.
+    void (*multiplyAdd)(const float* windows, const float* responses, std::size_t count,
+                        float* sum);
+
+    /// The inverse transform, kTransformSize times too large: `output` = real parts + `overlap`,
+    /// and `next` = imaginary parts. The spectrum is overwritten.
+    void (*invert)(float* spectrum, const float* overlap, float* output, float* next);
 };
 
 /// Parallel second-order sections of a channel, each (b0 + b1 z^-1) / (1 + a1 z^-1 + a2 z^-2) in
