@@ -1,6 +1,6 @@
 # What `cmake --install` copies: programs, the module and what they load, descriptions and rooms.
 # The build's own programs find everything in the build and need none of it.
-set(programs veskd vesk-calibrate vesk-segment vesk-tree vesk-room)
+set(programs veskd vesk-calibrate vesk-dsp vesk-segment vesk-tree vesk-room)
 set(libraries vesk_platform vesk_dldsp vesk_dirac vesk_room_plugin)
 
 set_target_properties(${programs} PROPERTIES
