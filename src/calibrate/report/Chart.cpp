@@ -182,6 +182,15 @@ Markup note(const std::string& text) {
     return text.empty() ? Markup() : element("p", {{"class", "note"}}, text);
 }
 
+std::string sizeStyle(const Chart& chart) {
+    return std::string(chart.tall ? "tall" : "") + (chart.thin ? "thin" : "");
+}
+
+/// "−20", with a minus as long as a digit.
+std::string tickText(double value) {
+    return (value < 0 ? "−" : "") + fixed(std::abs(value), 0);
+}
+
 bool isEmpty(const Chart& chart) {
     return std::ranges::all_of(chart.series, [&](const Series& series) {
         return std::ranges::none_of(series.points, [&](const Point& point) {
@@ -248,7 +257,7 @@ Markup waterfallGrid(const Waterfall& waterfall, const Axis& x) {
     }
     for (double level = kWaterfallFloor; level <= 0; level += 20) {
         const double base = kFirstBaseline - kSliceHeight * (1 - level / kWaterfallFloor);
-        lines += svgText("ty", "0", percent(base / kHeight), -6, 4, fixed(level + 0.0, 0));
+        lines += svgText("ty", "0", percent(base / kHeight), -6, 4, tickText(level));
     }
     return lines;
 }
@@ -275,17 +284,18 @@ Axis audioAxis() {
     return axis;
 }
 
-Axis levelAxis(double from, double to, double step, const std::string& title) {
-    return linearAxis(from, to, step, title);
-}
-
 Axis linearAxis(double from, double to, double step, const std::string& title) {
     Axis axis{from, to, false, {}, title};
-    for (int i = 0; from + i * step <= to + step / 1000; ++i) {
-        const double value = from + i * step;
-        const auto sign = value > 0 && from < 0 ? "+" : value < 0 ? "−" : "";
-        axis.ticks.push_back({value, sign + fixed(std::abs(value), 0)});
-    }
+    for (int i = 0; from + i * step <= to + step / 1000; ++i)
+        axis.ticks.push_back({from + i * step, tickText(from + i * step)});
+    return axis;
+}
+
+Axis levelAxis(double from, double to, double step, const std::string& title) {
+    Axis axis = linearAxis(from, to, step, title);
+    for (auto& tick : axis.ticks)
+        if (tick.value > 0 && from < 0)
+            tick.label.insert(0, "+");
     return axis;
 }
 
@@ -311,7 +321,7 @@ Markup figure(const Chart& chart, const std::string& id) {
         lines += line(series, chart);
     return element("figure", {},
                    caption(chart.title) + legend(chart.series) + axisTitles(chart.x, chart.y) +
-                       plot(id, chart.tall ? "tall" : "", chart.title, chart.description,
+                       plot(id, sizeStyle(chart), chart.title, chart.description,
                             grid(chart.x, chart.y) + box(lines)) +
                        note(chart.note));
 }

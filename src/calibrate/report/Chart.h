@@ -27,7 +27,7 @@ struct Axis {
 /// 20 Hz to 20 kHz.
 Axis audioAxis();
 
-/// Levels with a line every `step` dB.
+/// Levels with a line every `step` dB, with a sign.
 Axis levelAxis(double from, double to, double step, const std::string& title);
 
 /// Evenly divided, with a line and a label every `step`.
@@ -48,6 +48,7 @@ struct Chart {
     std::vector<Series> series;  ///< the last one is drawn on top
     std::string note;            ///< below it; may be empty
     bool tall{false};
+    bool thin{false};  ///< many lines close together
 };
 
 /// A <figure> that takes the width that it gets: lines stretch, texts and strokes do not. `id` is

@@ -26,7 +26,7 @@ constexpr double kSliceLength = 0.3;  // s
 constexpr double kSliceRise = 0.02;   // s, so that the spectrum does not see the cut
 constexpr double kSliceStep = 0.02;   // s
 constexpr int kSlices = 16;
-constexpr double kPointsPerOctave = 36;
+constexpr double kPointsPerOctave = 24;
 constexpr double kSliceSmoothing = 1.0 / 12;  // octaves
 
 double decibels(double power) {

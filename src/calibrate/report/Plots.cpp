@@ -55,6 +55,14 @@ Line filterLine(const design::ParallelFilter& filter) {
     return line;
 }
 
+/// Every other point.
+Line coarser(const Line& line) {
+    Line result;
+    for (std::size_t i = 0; i < line.size(); i += 2)
+        result.push_back(line[i]);
+    return result;
+}
+
 /// What one speaker's plots are drawn from.
 class SpeakerPlots {
 public:
@@ -134,8 +142,11 @@ private:
     }
 
     void addPosition(Chart& chart, const ImpulseResponse& response, const std::string& name) const {
-        if (isUsable(response))
-            addResponse(chart, name, "faint", PowerSpectrum(response.samples, response.sampleRate));
+        if (isUsable(response)) {
+            const PowerSpectrum spectrum(response.samples, response.sampleRate);
+            chart.series.push_back(
+                {name, "faint", coarser(responseLine(spectrum, target_, figures_))});
+        }
     }
 
     Chart filter() const {
@@ -165,6 +176,7 @@ private:
                     linearAxis(-100, 100, 50, "Part of the largest sample (%)"),
                     {},
                     {}};
+        chart.thin = true;
         forEachResponse([&](const ImpulseResponse& response, double arrival, const char* name,
                             const char* style) {
             chart.series.push_back({name, style, waveform(response, arrival, peakOf(response))});
@@ -179,6 +191,7 @@ private:
                     levelAxis(-70, 0, 10, "Level (dB)"),
                     {},
                     {}};
+        chart.thin = true;
         forEachResponse([&](const ImpulseResponse& response, double arrival, const char* name,
                             const char* style) {
             chart.series.push_back({name, style, energyTimeCurve(response, arrival)});

@@ -27,8 +27,10 @@ std::string speakerId(std::size_t index) {
     return "speaker-" + std::to_string(index + 1);
 }
 
-/// "−3.2", with a sign of its own width; "0.0" is never negative.
+/// "−3.2", with a sign of its own width; "0.0" is never negative; "–" for what is no number.
 std::string figureText(double value, int decimals) {
+    if (!std::isfinite(value))
+        return "–";
     const double scale = std::pow(10, decimals);
     const double rounded = std::round(value * scale) / scale + 0.0;
     return (rounded < 0 ? "−" : "") + fixed(std::abs(rounded), decimals);
@@ -239,8 +241,8 @@ private:
     std::string about(std::size_t index) const {
         const Speaker& speaker = calibration_.speakers[index];
         const SpeakerFigures& figures = figures_[index];
-        std::string text = speaker.kind.empty() ? "" : displayName(speaker.kind) + "; ";
-        text += "measured at " + counted(speaker.positions.size(), "position") + ".";
+        std::string text = "Measured at " + counted(speaker.positions.size(), "position");
+        text += speaker.kind.empty() ? "." : "; " + displayName(speaker.kind) + ".";
         if (figures.deviationBefore)
             text += " Deviation from the target, " + hertz(figures.lowest) + " to " +
                     hertz(figures.highest) + ": " + decibels(*figures.deviationBefore) + " before";
@@ -296,7 +298,8 @@ private:
         double nearest = correction.arrival.time;
         for (const auto& speaker : calibration_.design->speakers)
             nearest = std::min(nearest, speaker.arrival.time);
-        return "+" + figureText(correction.arrival.distance(nearest), 2);
+        const double further = correction.arrival.distance(nearest);
+        return (std::isfinite(further) ? "+" : "") + figureText(further, 2);
     }
 
     std::string alignmentText() const {
@@ -336,16 +339,21 @@ private:
         return speaker.positions.size() > 1 ? ", position " + std::to_string(index + 1) : "";
     }
 
+    /// Folded where there is nothing but good to tell.
     static Markup checkList(const Speaker& speaker, const SweepResult& sweep,
                             const std::string& which) {
+        const Verdict worst = sweep.checks.worst();
         Markup items;
         for (const auto& check : sweep.checks.checks)
             items += element("li", {}, mark(check.verdict) + element("span", {}, check.text));
-        items +=
-            element("li", {}, Markup(span("mark", "")) + element("span", {}, levelText(sweep)));
-        return element("div", {},
-                       element("h3", {}, nameMarkup(speaker.name) + Markup::text(which)) +
-                           element("ul", {{"class", "list"}}, items));
+        const auto title = element("strong", {}, nameMarkup(speaker.name) + Markup::text(which));
+        const auto head =
+            element("summary", {},
+                    mark(worst) + element("span", {}, title + span("small", levelText(sweep))));
+        const auto list = items.empty() ? items : element("ul", {{"class", "list"}}, items);
+        return element("details",
+                       worst == Verdict::good ? Attributes{} : Attributes{{"open", "open"}},
+                       head + list);
     }
 
     static std::string levelText(const SweepResult& sweep) {

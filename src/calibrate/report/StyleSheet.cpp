@@ -90,6 +90,7 @@ figure { display: flex; flex-direction: column; }
 .line.target { stroke: var(--target); stroke-dasharray: 7 4; stroke-width: 1.3; }
 .line.faint { stroke: var(--faint); stroke-width: 1; }
 .line.filter { stroke-width: 1.8; }
+.thin .line { stroke-width: 1.1; }
 .line.bars { stroke-width: 12; stroke-linecap: butt; }
 
 table { width: 100%; border-collapse: collapse; background: var(--surface); border: 1px solid var(--rule); border-radius: .75rem; overflow: hidden; border-spacing: 0; }
@@ -107,9 +108,17 @@ thead .unit { display: block; }
 .mark.good { color: var(--good); background: var(--good-tint); }
 .mark.poor { color: var(--poor); background: var(--poor-tint); }
 .mark.unusable { color: var(--bad); background: var(--bad-tint); }
-h3 { font-size: 1rem; margin: 1rem 0 .35rem; }
-.columns { display: grid; gap: 0 .75rem; grid-template-columns: repeat(auto-fit, minmax(min(100%, 26rem), 1fr)); }
-dl { margin: 0; padding: .5rem .9rem; background: var(--surface); border: 1px solid var(--rule); border-radius: .75rem; display: grid; grid-template-columns: minmax(7rem, 13rem) 1fr; gap: .35rem 1rem; }
+details { background: var(--surface); border: 1px solid var(--rule); border-radius: .75rem; }
+summary { display: flex; gap: .6rem; padding: .6rem .9rem; cursor: pointer; list-style: none; }
+summary::-webkit-details-marker { display: none; }
+summary strong { display: block; }
+summary .small { color: var(--muted); font-size: .85rem; }
+summary::after { content: "+"; margin-left: auto; color: var(--muted); }
+details[open] summary::after { content: "−"; }
+details .list { border: 0; padding-top: 0; }
+details .list li:first-child { border-top: 1px solid var(--fine); }
+.columns { display: grid; gap: .75rem; align-items: start; grid-template-columns: repeat(auto-fit, minmax(min(100%, 26rem), 1fr)); }
+dl { margin: 0; padding: .5rem .9rem; background: var(--surface); border: 1px solid var(--rule); border-radius: .75rem; display: grid; grid-template-columns: 13rem 1fr; gap: .35rem 1rem; }
 dt { color: var(--muted); }
 dd { margin: 0; min-width: 0; }
 footer { margin-top: 2.2rem; color: var(--muted); font-size: .88rem; max-width: 46rem; }
@@ -122,6 +131,7 @@ footer { margin-top: 2.2rem; color: var(--muted); font-size: .88rem; max-width: 
   thead th { font-size: .76rem; }
   thead th:first-child { display: none; }
   tbody th { grid-column: 1 / -1; font-size: 1rem; }
+  dl { grid-template-columns: 7rem 1fr; font-size: .92rem; }
   main { padding-left: .75rem; padding-right: .75rem; }
 }
 @media print {
@@ -135,8 +145,9 @@ footer { margin-top: 2.2rem; color: var(--muted); font-size: .88rem; max-width: 
   body { font-size: 10pt; -webkit-print-color-adjust: exact; print-color-adjust: exact; }
   main { max-width: none; padding: 0; }
   .pair, .columns { grid-template-columns: 1fr 1fr; }
-  figure, table, .list li, .cards a, dl { break-inside: avoid; }
-  h2, h3 { break-after: avoid; }
+  summary::after { content: none; }
+  figure, table, details, .list li, .cards a, dl { break-inside: avoid; }
+  h2 { break-after: avoid; }
   .plot.tall { height: 17rem; }
 }
 )css";
