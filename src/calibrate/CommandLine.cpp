@@ -12,6 +12,7 @@
 #include "calibrate/Play.h"
 #include "calibrate/Record.h"
 #include "calibrate/Rename.h"
+#include "calibrate/Run.h"
 #include "calibrate/Slots.h"
 #include "calibrate/Text.h"
 #include "calibrate/Upload.h"
@@ -67,6 +68,7 @@ public:
         app_.fallthrough();
         app_.get_formatter()->column_width(34);
         addDeviceOptions();
+        addRun();
         addInfo();
         addUpload();
         addSlots();
@@ -131,6 +133,15 @@ private:
             ->check(between(0.1, 3600));
         app_.add_flag("--json", json_, "Print the result as JSON");
         app_.add_flag("--quiet", quiet_, "Print neither progress nor success");
+    }
+
+    void addRun() {
+        addRunOptions(*addVerb("run", "Calibrate a room: measure, correct, verify, report",
+                               [this](auto& client, const auto& console) {
+                                   run_.address = DeviceAddress::parse(device_).text();
+                                   calibrateRoom(client, run_, console);
+                               }),
+                      run_);
     }
 
     void addInfo() {
@@ -375,6 +386,7 @@ private:
     double timeout_{5};
     bool json_{false};
     bool quiet_{false};
+    RunOptions run_;
     UploadOptions upload_;
     std::optional<std::string> uploadType_;
     std::optional<std::string> uploadDescription_;

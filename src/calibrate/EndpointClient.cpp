@@ -471,6 +471,18 @@ void EndpointClient::setCellFiir(const protocol::FIIR& filter) {
     connection_->call("SetCellFIIR", &Stub::SetCellFIIR, filter);
 }
 
+void EndpointClient::setCellIir(const protocol::IIR& filter) {
+    connection_->call("SetCellIIR", &Stub::SetCellIIR, filter);
+}
+
+void EndpointClient::setCellDelayGain(const protocol::DelayGain& alignment) {
+    connection_->call("SetCellDelayGain", &Stub::SetCellDelayGain, alignment);
+}
+
+void EndpointClient::setInputGainDelay(const protocol::GainDelay& alignment) {
+    connection_->call("SetInputGainDelay", &Stub::SetInputGainDelay, alignment);
+}
+
 void EndpointClient::endFilterTransfer(int slot, const std::function<void(double)>& progress) {
     connection_->endFilterTransfer(slot, progress);
 }

@@ -88,6 +88,9 @@ public:
     void beginFilterTransfer(const protocol::SlotInfo& slot);
     void setTransferCell(const protocol::CellIndex& cell);
     void setCellFiir(const protocol::FIIR& filter);
+    void setCellIir(const protocol::IIR& filter);
+    void setCellDelayGain(const protocol::DelayGain& alignment);
+    void setInputGainDelay(const protocol::GainDelay& alignment);
     /// `progress` is called with each value that the device reports, 0 to 1, in this thread.
     void endFilterTransfer(int slot, const std::function<void(double)>& progress);
 

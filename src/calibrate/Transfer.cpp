@@ -1,7 +1,10 @@
 #include "calibrate/Transfer.h"
 
 #include "calibrate/Errors.h"
+#include "calibrate/Eventually.h"
 #include "calibrate/Text.h"
+
+#include <chrono>
 
 namespace calibrate {
 namespace {
@@ -18,56 +21,43 @@ protocol::FIIR message(const VariantDesign& design, std::size_t speaker) {
     return filter;
 }
 
-class Sender {
-public:
-    Sender(EndpointClient& client, const FilterDesign& design,
-           const std::vector<std::string>& speakerNames, ProgressBar& progress)
-        : client_(client), design_(design), names_(speakerNames), progress_(progress) {}
-
-    void send(const protocol::SlotInfo& slot) {
-        progress_.update(0, "opening the transfer");
-        client_.beginFilterTransfer(slot);
-        for (std::size_t speaker = 0; speaker < names_.size(); ++speaker)
-            sendSpeaker(speaker);
+/// The steps of a speaker: one that names its cell, and one for each variant.
+void addSpeaker(std::vector<TransferStep>& steps, const FilterDesign& design, std::size_t speaker,
+                const std::string& name) {
+    const std::string what =
+        "sending speaker " + std::to_string(speaker) + " \"" + printable(name) + '"';
+    steps.push_back({what, [speaker](EndpointClient& client) {
+                         client.setTransferCell(speakerCell(speaker));
+                     }});
+    for (const auto& variant : design.variants) {
+        steps.push_back({what, [&variant, speaker](EndpointClient& client) {
+                             client.setCellFiir(message(variant, speaker));
+                         }});
     }
+}
 
-private:
-    void sendSpeaker(std::size_t speaker) {
-        step_ =
-            "sending speaker " + std::to_string(speaker) + " \"" + printable(names_[speaker]) + '"';
-        advance();
-        client_.setTransferCell(speakerCell(speaker));
-        for (const auto& variant : design_.variants) {
-            client_.setCellFiir(message(variant, speaker));
-            ++sent_;
-            advance();
-        }
+void send(EndpointClient& client, const protocol::SlotInfo& slot,
+          const std::vector<TransferStep>& steps, const TransferProgress& progress) {
+    progress(0, "opening the transfer");
+    client.beginFilterTransfer(slot);
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+        progress(kSending * static_cast<double>(i) / static_cast<double>(steps.size()),
+                 steps[i].what);
+        steps[i].send(client);
     }
-
-    void advance() {
-        const auto all = static_cast<double>(names_.size() * design_.variants.size());
-        progress_.update(kSending * static_cast<double>(sent_) / all, step_);
-    }
-
-    EndpointClient& client_;
-    const FilterDesign& design_;
-    const std::vector<std::string>& names_;
-    ProgressBar& progress_;
-    std::size_t sent_{0};
-    std::string step_;
-};
+}
 
 std::string mayBeStored(int slot) {
     return "; slot " + std::to_string(slot) +
            " may hold the new filter or none: 'vesk-calibrate slots' tells";
 }
 
-void store(EndpointClient& client, int slot, ProgressBar& progress) {
+void store(EndpointClient& client, int slot, const TransferProgress& progress) {
     const std::string step = "storing";
-    progress.update(kSending, step);
+    progress(kSending, step);
     client.endFilterTransfer(
-        slot, [&](double stored) { progress.update(kSending + (1 - kSending) * stored, step); });
-    progress.update(1, step);
+        slot, [&](double stored) { progress(kSending + (1 - kSending) * stored, step); });
+    progress(1, step);
 }
 
 }  // namespace
@@ -80,24 +70,54 @@ protocol::CellIndex speakerCell(std::size_t speaker) {
     return cell;
 }
 
-void transfer(EndpointClient& client, const protocol::SlotInfo& slot, const FilterDesign& design,
-              const std::vector<std::string>& speakerNames, ProgressBar& progress) {
+void transfer(EndpointClient& client, const protocol::SlotInfo& slot,
+              const std::vector<TransferStep>& steps, const TransferProgress& progress,
+              bool storesToTheEnd) {
     const std::string nothing = "; nothing was stored";
     try {
-        Sender(client, design, speakerNames, progress).send(slot);
+        send(client, slot, steps, progress);
     } catch (const DeviceError& error) {
         throw DeviceError(error.reason(), error.what() + nothing);
     } catch (const Interrupted& interrupted) {
         throw Interrupted(interrupted.what() + nothing);
     }
     try {
-        store(client, slot.slot(), progress);
+        if (storesToTheEnd)
+            client.uninterrupted([&] { store(client, slot.slot(), progress); });
+        else
+            store(client, slot.slot(), progress);
     } catch (const DeviceError& error) {
         const bool refused = error.reason() == DeviceError::Reason::rejected;
         throw DeviceError(error.reason(),
                           error.what() + (refused ? nothing : mayBeStored(slot.slot())));
     } catch (const Interrupted& interrupted) {
         throw Interrupted(interrupted.what() + mayBeStored(slot.slot()));
+    }
+}
+
+void transfer(EndpointClient& client, const protocol::SlotInfo& slot, const FilterDesign& design,
+              const std::vector<std::string>& speakerNames, ProgressBar& progress) {
+    std::vector<TransferStep> steps;
+    for (std::size_t speaker = 0; speaker < speakerNames.size(); ++speaker)
+        addSpeaker(steps, design, speaker, speakerNames[speaker]);
+    transfer(client, slot, steps,
+             [&](double fraction, const std::string& step) { progress.update(fraction, step); });
+}
+
+std::int64_t creationTime(const protocol::SlotInfo& present) {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const std::int64_t time = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+    return time == present.creation_time() ? time + 1 : time;
+}
+
+void checkStored(EndpointClient& client, const protocol::SlotInfo& slot) {
+    const auto stored = [&] {
+        return client.slotInfo(slot.slot()).creation_time() == slot.creation_time();
+    };
+    if (!eventually(stored)) {
+        throw DeviceError(DeviceError::Reason::failed, "the device accepted the filter, but slot " +
+                                                           std::to_string(slot.slot()) +
+                                                           " does not show it");
     }
 }
 

@@ -2,14 +2,13 @@
 
 #include "calibrate/Activate.h"
 #include "calibrate/DeviceQuery.h"
-#include "calibrate/Eventually.h"
+#include "calibrate/FilterCapacity.h"
 #include "calibrate/FilterDesign.h"
 #include "calibrate/JsonOutput.h"
 #include "calibrate/Text.h"
 #include "calibrate/Transfer.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <limits>
 
@@ -69,59 +68,16 @@ std::vector<SpeakerFilters> mapFiles(const UploadOptions& options, std::vector<F
 
 // ---- Device -------------------------------------------------------------------------------------
 
-[[noreturn]] void cannotHoldFilters(const std::string& why) {
-    throw DeviceError(DeviceError::Reason::failed,
-                      "the device cannot hold a filter for each speaker: " + why);
-}
-
-protocol::CellInfo readCell(EndpointClient& client, std::size_t speaker) {
-    const auto cell = client.cellInfo(speakerCell(speaker));
-    if (cell.kind() != protocol::FILTER_KIND_FIIR || cell.variants().empty()) {
-        cannotHoldFilters("speaker " + std::to_string(speaker) + " takes " +
-                          filterKindName(cell.kind()));
-    }
-    return cell;
-}
-
-Variant readVariant(EndpointClient& client, std::uint32_t id) {
-    const auto info = client.fiirInfo(static_cast<int>(id));
-    const auto rate = static_cast<double>(info.sample_rate());
-    if (!(rate > 0 && std::isfinite(rate)) || info.max_taps() == 0) {
-        cannotHoldFilters("variant " + std::to_string(id) + " has " +
-                          counted(info.max_taps(), "tap") + " at " + hertz(rate));
-    }
-    return {id, rate, info.max_taps()};
-}
-
 /// The variants of the speakers' filters, the same for each speaker.
 std::vector<Variant> readVariants(EndpointClient& client, std::size_t speakers) {
-    const auto section = client.sectionInfo(static_cast<int>(kSpeakerSection));
-    if (speakers == 0 || section.num_inputs() != speakers || section.num_outputs() != speakers) {
-        cannotHoldFilters(counted(speakers, "speaker") + ", but " +
-                          counted(section.num_outputs(), "filter"));
-    }
-    const auto first = readCell(client, 0);
-    for (std::size_t i = 1; i < speakers; ++i) {
-        const auto cell = readCell(client, i);
-        if (!std::equal(cell.variants().begin(), cell.variants().end(), first.variants().begin(),
-                        first.variants().end()))
-            cannotHoldFilters("speakers 0 and " + std::to_string(i) + " differ in their variants");
-    }
     std::vector<Variant> variants;
-    for (const auto id : first.variants())
-        variants.push_back(readVariant(client, id));
+    for (const auto& info : readFilterVariants(client, speakers))
+        variants.push_back(
+            {info.variant(), static_cast<double>(info.sample_rate()), info.max_taps()});
     return variants;
 }
 
 // ---- Slot ---------------------------------------------------------------------------------------
-
-/// The present time in ms since the Unix epoch; another than that of the slot's present filter,
-/// because a device tells designs apart by it.
-std::int64_t creationTime(const protocol::SlotInfo& present) {
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    const std::int64_t time = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-    return time == present.creation_time() ? time + 1 : time;
-}
 
 protocol::SlotInfo describe(const UploadOptions& options, const protocol::SlotInfo& present) {
     protocol::SlotInfo slot;
@@ -131,17 +87,6 @@ protocol::SlotInfo describe(const UploadOptions& options, const protocol::SlotIn
     slot.set_description(options.description);
     slot.set_creation_time(creationTime(present));
     return slot;
-}
-
-void checkStored(EndpointClient& client, const protocol::SlotInfo& slot) {
-    const auto stored = [&] {
-        return client.slotInfo(slot.slot()).creation_time() == slot.creation_time();
-    };
-    if (!eventually(stored)) {
-        throw DeviceError(DeviceError::Reason::failed, "the device accepted the filter, but slot " +
-                                                           std::to_string(slot.slot()) +
-                                                           " does not show it");
-    }
 }
 
 /// Runs `step`; an error of it says that the filter itself has arrived.
