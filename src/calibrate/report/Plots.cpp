@@ -70,6 +70,7 @@ public:
                  const LevelRange& range, std::string id)
         : speaker_(calibration.speakers.at(index)),
           correction_(correctionOf(calibration, index)),
+          playsWithSubwoofer_(correction_ && calibration.design->bass && !correction_->subwoofer),
           target_(calibration.options.correction.target),
           figures_(figures),
           range_(range),
@@ -129,14 +130,15 @@ private:
                     audioAxis(),
                     levels(),
                     {},
-                    "1/6 octave, before; the mean after as predicted."};
+                    "1/6 octave."};
         const std::size_t count = std::min(speaker_.positions.size(), kMostPositions);
         for (std::size_t i = 0; i < count; ++i)
             addPosition(chart, speaker_.positions[i].response, i == 0 ? "each position" : "");
         if (correction_) {
             addResponse(chart, "mean before", "before", correction_->before);
             chart.series.push_back({"target", "target", targetLine(target_)});
-            addResponse(chart, "mean predicted", "predicted", correction_->after);
+            if (!playsWithSubwoofer_)
+                addResponse(chart, "mean predicted", "predicted", correction_->after);
         }
         return chart;
     }
@@ -243,6 +245,7 @@ private:
 
     const Speaker& speaker_;
     const design::SpeakerCorrection* const correction_;
+    const bool playsWithSubwoofer_;  ///< its prediction is that of both, at the first position only
     const FrequencyCurve& target_;
     const SpeakerFigures& figures_;
     const LevelRange range_;
