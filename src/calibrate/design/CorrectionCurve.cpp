@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <numbers>
+#include <utility>
 
 namespace calibrate::design {
 namespace {
@@ -12,6 +14,9 @@ constexpr double kPointsPerOctave = 96;
 /// The smoothed inverse of a response is not quite the inverse of the smoothed response: a second
 /// round takes out most of what the first one leaves.
 constexpr int kRounds = 2;
+
+/// dB below the loudest octave at which a loudspeaker plays nothing that could be corrected.
+constexpr double kSilent = -40;
 
 constexpr int kBisections = 50;
 constexpr double kFade = 0.5;             // octaves
@@ -57,8 +62,32 @@ void limit(std::vector<double>& gains, const Limits& limits) {
                            [&](double gain) { return std::max(gain, -limits.maxCut); });
 }
 
+/// The part of the grid in which the loudspeaker is at work: from the first to the last octave that
+/// is no more than kSilent below the mean.
+std::pair<std::size_t, std::size_t> usableRange(const LogGrid& grid,
+                                                const std::vector<double>& powers) {
+    const auto octaves = grid.smooth(powers, 1);
+    const double loudest = std::ranges::max(octaves);
+    const auto audible = [&](double octave) { return octave >= loudest * power(kSilent); };
+    const auto first = std::ranges::find_if(octaves, audible) - octaves.begin();
+    const auto last = std::find_if(octaves.rbegin(), octaves.rend(), audible) - octaves.rbegin();
+    return {static_cast<std::size_t>(first), octaves.size() - static_cast<std::size_t>(last)};
+}
+
 double raisedCosine(double part) {
     return 0.5 + 0.5 * std::cos(std::numbers::pi * std::clamp(part, 0.0, 1.0));
+}
+
+/// Limits the gains in a part of the grid; those beyond it go on level.
+void limitWithin(std::vector<double>& gains, const std::pair<std::size_t, std::size_t>& part,
+                 const Limits& limits) {
+    const auto first = gains.begin() + static_cast<std::ptrdiff_t>(part.first);
+    const auto last = gains.begin() + static_cast<std::ptrdiff_t>(part.second);
+    std::vector<double> within(first, last);
+    limit(within, limits);
+    std::ranges::copy(within, first);
+    std::fill(gains.begin(), first, within.front());
+    std::fill(last, gains.end(), within.back());
 }
 
 }  // namespace
@@ -83,6 +112,7 @@ CorrectionCurve correctionCurve(const std::vector<measurement::ImpulseResponse>&
     const auto& limits = options.limits;
     const LogGrid grid(limits.lowest, limits.highest, kPointsPerOctave);
     const auto powers = meanPower(positions, grid, options.window);
+    const auto usable = usableRange(grid, powers);
     std::vector<double> gains(grid.size());
     for (int round = 0; round < kRounds; ++round) {
         std::vector<double> corrected(grid.size());
@@ -91,9 +121,17 @@ CorrectionCurve correctionCurve(const std::vector<measurement::ImpulseResponse>&
         const auto smoothed = grid.smooth(corrected, options.smoothing);
         for (std::size_t i = 0; i < gains.size(); ++i)
             gains[i] += options.target.level(grid.frequencies()[i]) - decibels(smoothed[i]);
-        limit(gains, limits);
+        limitWithin(gains, usable, limits);
     }
     return {grid, gains, limits.lowest, limits.highest};
+}
+
+CorrectionCurve adjusted(const CorrectionCurve& curve, const std::vector<double>& gains,
+                         const Limits& limits) {
+    CorrectionCurve result = curve;
+    std::ranges::transform(curve.gains, gains, result.gains.begin(), std::plus<>());
+    limit(result.gains, limits);
+    return result;
 }
 
 CorrectionCurve coarser(const CorrectionCurve& curve, double octaves) {

@@ -45,6 +45,10 @@ struct CorrectionCurve {
 CorrectionCurve correctionCurve(const std::vector<measurement::ImpulseResponse>& positions,
                                 const CorrectionOptions& options);
 
+/// The curve with other gains (dB, one for each point of its grid) added, within the same limits.
+CorrectionCurve adjusted(const CorrectionCurve& curve, const std::vector<double>& gains,
+                         const Limits& limits);
+
 /// The same curve with less detail: each gain the mean over `octaves`.
 CorrectionCurve coarser(const CorrectionCurve& curve, double octaves);
 

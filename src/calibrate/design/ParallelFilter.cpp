@@ -11,11 +11,19 @@ namespace {
 
 using std::numbers::pi;
 
-constexpr double kFittedSeconds = 1.0;
+constexpr double kFittedSeconds = 0.7;
 constexpr double kLowestOfRange = 0.9;  // first pole's frequency, of the lowest corrected one
 constexpr double kResolution = 7.3;     // last pole's frequency times the taps' duration
-constexpr double kRidge = 1e-10;        // keeps the normal equations solvable
-constexpr double kFadedTaps = 0.125;    // part of the taps that fade out where no section goes on
+constexpr double kLargestA2 = 1 - 0x1p-22;
+constexpr double kRidge = 1e-10;      // keeps the normal equations solvable
+constexpr double kFadedTaps = 0.125;  // part of the taps that fade out where no section goes on
+
+/// The poles lie within the unit circle.
+bool decays(const Section& section) {
+    const auto a1 = static_cast<double>(section.a1);
+    const auto a2 = static_cast<double>(section.a2);
+    return std::abs(a2) < 1 && std::abs(a1) < 1 + a2;
+}
 
 /// Poles' frequencies at equal ratios; each as wide as the way to its neighbours.
 std::vector<Section> fixedPoles(const FilterCapacity& capacity, double lowest) {
@@ -32,7 +40,10 @@ std::vector<Section> fixedPoles(const FilterCapacity& capacity, double lowest) {
         const double angle = 2 * pi * frequency / capacity.sampleRate;
         const double radius = std::exp(-angle * (ratio - 1 / ratio) / 4);
         section.a1 = static_cast<float>(-2 * radius * std::cos(angle));
-        section.a2 = static_cast<float>(radius * radius);
+        section.a2 = static_cast<float>(std::min(radius * radius, kLargestA2));
+        // At high rates the poles of low frequencies are closer to 1 than floats are to each other.
+        while (!decays(section))
+            section.a1 = std::nextafter(section.a1, 0.0F);
         frequency *= ratio;
     }
     return sections;
@@ -90,11 +101,10 @@ void fadeOut(std::vector<float>& taps) {
 }  // namespace
 
 bool ParallelFilter::isStable() const {
-    const auto decays = [](const Section& section) {
-        return std::abs(section.a2) < 1 && std::abs(section.a1) < 1 + section.a2 &&
-               std::isfinite(section.b0) && std::isfinite(section.b1);
+    const auto isFine = [](const Section& section) {
+        return decays(section) && std::isfinite(section.b0) && std::isfinite(section.b1);
     };
-    return std::ranges::all_of(sections, decays) &&
+    return std::ranges::all_of(sections, isFine) &&
            std::ranges::all_of(taps, [](float tap) { return std::isfinite(tap); });
 }
 
@@ -128,12 +138,15 @@ std::vector<double> ParallelFilter::impulseResponse(std::size_t length) const {
 }
 
 void ParallelFilter::scale(double factor) {
-    for (auto& tap : taps)
-        tap = static_cast<float>(static_cast<double>(tap) * factor);
+    const auto wanted = impulseResponse(taps.size());
     for (auto& section : sections) {
         section.b0 = static_cast<float>(static_cast<double>(section.b0) * factor);
         section.b1 = static_cast<float>(static_cast<double>(section.b1) * factor);
     }
+    std::ranges::fill(taps, 0.0F);
+    const auto covered = impulseResponse(taps.size());
+    for (std::size_t i = 0; i < taps.size(); ++i)
+        taps[i] = static_cast<float>(factor * wanted[i] - covered[i]);
 }
 
 ParallelFilter fitParallelFilter(std::span<const double> impulseResponse,

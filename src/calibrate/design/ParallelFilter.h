@@ -30,7 +30,8 @@ struct ParallelFilter {
     /// The first `length` samples of the impulse response.
     std::vector<double> impulseResponse(std::size_t length) const;
 
-    /// Multiplies the whole by a linear factor.
+    /// Multiplies the whole by a linear factor. The taps make up for what the sections' numerators
+    /// lose by being rounded again.
     void scale(double factor);
 };
 

@@ -11,16 +11,26 @@
 namespace calibrate::design {
 namespace {
 
-constexpr std::size_t kSize = std::size_t{1} << 17;  // of the transforms; below 0.4 Hz at 48 kHz
+constexpr double kSeconds = 1.2;  // of the transforms, which resolve its inverse in Hz
 constexpr int kTries = 4;
 constexpr double kTolerance = 0.01;  // dB
 
 using measurement::Spectrum;
 
+std::size_t sizeFor(double sampleRate) {
+    return measurement::fftSize(static_cast<std::size_t>(kSeconds * sampleRate));
+}
+
+/// The part of a transform's time that counts; the rest would be times before 0.
+std::size_t lengthFor(double sampleRate) {
+    return sizeFor(sampleRate) / 2;
+}
+
 std::vector<double> gainsOf(const CorrectionCurve& curve, double sampleRate) {
-    std::vector<double> gains(kSize / 2 + 1);
+    const std::size_t size = sizeFor(sampleRate);
+    std::vector<double> gains(size / 2 + 1);
     for (std::size_t bin = 0; bin < gains.size(); ++bin) {
-        const double frequency = static_cast<double>(bin) * sampleRate / kSize;
+        const double frequency = static_cast<double>(bin) * sampleRate / static_cast<double>(size);
         gains[bin] = curve.gain(frequency, sampleRate);
     }
     return gains;
@@ -34,24 +44,48 @@ double groupDelay(const std::complex<double>& bin, const std::complex<double>& r
 
 double largestGroupDelay(const std::vector<double>& impulse, double sampleRate, double lowest,
                          double highest) {
-    const Spectrum spectrum = measurement::forwardFft(impulse, kSize);
+    const std::size_t size = sizeFor(sampleRate);
+    const Spectrum spectrum = measurement::forwardFft(impulse, size);
     std::vector<double> ramp(impulse);
     for (std::size_t i = 0; i < ramp.size(); ++i)
         ramp[i] *= static_cast<double>(i);
-    const Spectrum ramped = measurement::forwardFft(ramp, kSize);
+    const Spectrum ramped = measurement::forwardFft(ramp, size);
     double largest = 0;
     for (std::size_t bin = 1; bin < spectrum.size(); ++bin) {
-        const double frequency = static_cast<double>(bin) * sampleRate / kSize;
+        const double frequency = static_cast<double>(bin) * sampleRate / static_cast<double>(size);
         if (frequency >= lowest && frequency <= std::min(highest, 0.45 * sampleRate))
             largest = std::max(largest, groupDelay(spectrum[bin], ramped[bin], sampleRate));
     }
     return largest;
 }
 
+/// The curve's minimum-phase impulse response.
+std::vector<double> ideal(const CorrectionCurve& curve, double sampleRate) {
+    const auto spectrum = measurement::minimumPhaseSpectrum(gainsOf(curve, sampleRate));
+    auto impulse = measurement::inverseFft(spectrum, sizeFor(sampleRate));
+    impulse.resize(lengthFor(sampleRate));
+    return impulse;
+}
+
 ParallelFilter fit(const CorrectionCurve& curve, const FilterCapacity& capacity) {
-    const auto spectrum = measurement::minimumPhaseSpectrum(gainsOf(curve, capacity.sampleRate));
-    const auto impulse = measurement::inverseFft(spectrum, kSize);
-    return fitParallelFilter(std::span(impulse).first(kSize / 2), capacity, curve.lowest);
+    return fitParallelFilter(ideal(curve, capacity.sampleRate), capacity, curve.lowest);
+}
+
+constexpr int kHalvings = 8;
+
+/// The curve with as much of its detail, and at last of its depth, as the delay allows.
+CorrectionCurve withinGroupDelay(const CorrectionCurve& curve, double sampleRate, double most) {
+    const auto fits = [&](const CorrectionCurve& candidate) {
+        return largestGroupDelay(ideal(candidate, sampleRate), sampleRate, curve.lowest,
+                                 curve.highest) <= most;
+    };
+    CorrectionCurve candidate = curve;
+    for (double octaves = 1.0 / 6; octaves < 4 && !fits(candidate); octaves *= 2)
+        candidate = coarser(curve, octaves);
+    for (int i = 0; i < kHalvings && !fits(candidate); ++i)
+        std::ranges::transform(candidate.gains, candidate.gains.begin(),
+                               [](double gain) { return gain / 2; });
+    return candidate;
 }
 
 /// Takes the boost that the fit added out of the whole filter.
@@ -107,26 +141,30 @@ void checkCapacity(const FilterCapacity& capacity) {
 }
 
 double largestGain(const ParallelFilter& filter) {
-    const auto impulse = filter.impulseResponse(kSize / 2);
+    const auto impulse = filter.impulseResponse(lengthFor(filter.sampleRate));
     double largest = 0;
-    for (const auto& bin : measurement::forwardFft(impulse, kSize))
+    for (const auto& bin : measurement::forwardFft(impulse, sizeFor(filter.sampleRate)))
         largest = std::max(largest, std::norm(bin));
     return 10 * std::log10(std::max(largest, 1e-30));
 }
 
 double largestGroupDelay(const ParallelFilter& filter, double lowest, double highest) {
-    return largestGroupDelay(filter.impulseResponse(kSize / 2), filter.sampleRate, lowest, highest);
+    return largestGroupDelay(filter.impulseResponse(lengthFor(filter.sampleRate)),
+                             filter.sampleRate, lowest, highest);
 }
 
 ParallelFilter realise(const CorrectionCurve& curve, const FilterCapacity& capacity,
                        const Limits& limits) {
     checkLimits(limits);
     checkCapacity(capacity);
-    ParallelFilter filter = fitWithinBoost(curve, capacity, limits);
-    for (double octaves = 1.0 / 6; octaves < 32; octaves *= 2) {
-        if (largestGroupDelay(filter, limits.lowest, limits.highest) <= limits.maxGroupDelay)
+    ParallelFilter filter;
+    // A fit may have more delay than its curve: the curve then gets less.
+    double allowed = limits.maxGroupDelay;
+    for (int attempt = 0; attempt < kTries; ++attempt, allowed *= 0.7) {
+        filter =
+            fitWithinBoost(withinGroupDelay(curve, capacity.sampleRate, allowed), capacity, limits);
+        if (largestGroupDelay(filter, curve.lowest, curve.highest) <= limits.maxGroupDelay)
             break;
-        filter = fitWithinBoost(coarser(curve, octaves), capacity, limits);
     }
     if (!filter.isStable())
         throw std::logic_error("a correction filter came out unstable");

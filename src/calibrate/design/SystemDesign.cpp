@@ -17,6 +17,8 @@ using measurement::ImpulseResponse;
 
 constexpr double kShortest = 0.01;  // s of a response
 constexpr DeviationBand kJudged;
+constexpr int kBassRounds = 3;
+constexpr double kLargestStep = 6;  // dB of a sum's correction at once
 
 /// Works on one system from its responses to its cells.
 class Designer {
@@ -33,8 +35,12 @@ public:
         predictSpeakers();
         if (options_.align)
             alignSpeakers();
-        if (bassManaged())
+        if (bassManaged()) {
+            for (const auto& speaker : design_.speakers)
+                own_.push_back(speaker.alignment);
             manageBass();
+            keepHeadroom();
+        }
         judge();
         return std::move(design_);
     }
@@ -122,10 +128,11 @@ private:
         for (const auto& speaker : design_.speakers)
             for (const auto& filter : speaker.filters)
                 largest = std::max(largest, largestGain(filter));
-        design_.attenuation = std::min(0.0, options_.correction.limits.headroom - largest);
+        const double change = std::min(0.0, options_.correction.limits.headroom - largest);
+        design_.attenuation += change;
         for (auto& speaker : design_.speakers)
             for (auto& filter : speaker.filters)
-                filter.scale(std::pow(10.0, design_.attenuation / 20));
+                filter.scale(std::pow(10.0, change / 20));
     }
 
     /// A filter of the speaker at the responses' sample rate.
@@ -183,45 +190,133 @@ private:
         return layout;
     }
 
+    /// Aligns the subwoofer, and corrects both again for what the crossover's sum still deviates
+    /// by.
     void manageBass() {
-        std::vector<ImpulseResponse> mains;
-        const SpeakerCorrection* subwoofer = nullptr;
-        for (const auto& speaker : design_.speakers) {
-            if (speaker.subwoofer)
-                subwoofer = subwoofer ? subwoofer : &speaker;
-            else
-                mains.push_back(speaker.predicted);
+        for (int round = 0; round < kBassRounds; ++round) {
+            joinBass();
+            correctSums();
         }
-        const auto found =
-            alignBass(mains, subwoofer->predicted, options_.crossover, options_.alignmentCapacity);
-        addBass(found, subwoofer->predicted);
+        joinBass();
+        invertSubwoofers();
+        addBassCells();
     }
 
-    /// Adds what the crossover needs to every speaker's own alignment.
-    void addBass(const BassManagement& found, const ImpulseResponse subwoofer) {
+    std::size_t firstSubwoofer() const {
+        const auto found = std::ranges::find_if(speakers_, &MeasuredSpeaker::subwoofer);
+        return static_cast<std::size_t>(found - speakers_.begin());
+    }
+
+    bool isMain(std::size_t speaker) const { return !speakers_[speaker].subwoofer; }
+
+    /// Finds the subwoofer's alignment for the filters as they are, and the sums that it gives.
+    void joinBass() {
+        const auto subwoofer = corrected(firstSubwoofer());
+        std::vector<ImpulseResponse> mains;
+        for (std::size_t i = 0; i < speakers_.size(); ++i) {
+            if (isMain(i))
+                mains.push_back(aligned(corrected(i), own_[i].gain, own_[i].delay));
+        }
+        const auto found =
+            alignBass(mains, subwoofer, options_.crossover, options_.alignmentCapacity);
+        auto main = mains.begin();
         SystemDesign::Bass bass{found, {}, {}};
         bass.management.alignments.clear();
-        const auto& ofMain = found.alignments.front();
-        const auto& ofSubwoofer = found.alignments.back();
-        for (auto& speaker : design_.speakers) {
-            const auto& own = speaker.subwoofer ? ofSubwoofer : ofMain;
-            speaker.alignment.delay += own.delay;
-            speaker.alignment.gain += own.gain;
-            if (speaker.subwoofer && found.inverted)
-                invert(speaker);
-            if (!speaker.subwoofer) {
-                speaker.predicted =
-                    crossedOver(speaker.predicted, subwoofer, found, ofMain, ofSubwoofer);
-                const auto sum =
-                    measurement::PowerSpectrum(speaker.predicted.samples, sampleRate());
-                bass.deviations.push_back(deviation(sum, options_.correction.target));
-            }
+        for (std::size_t i = 0; i < speakers_.size(); ++i) {
+            const auto& common = isMain(i) ? found.alignments.front() : found.alignments.back();
+            auto& speaker = design_.speakers[i];
+            speaker.alignment = {own_[i].delay + common.delay, own_[i].gain + common.gain};
             bass.management.alignments.push_back(speaker.alignment);
+            if (!isMain(i))
+                continue;
+            speaker.predicted = crossedOver(*main++, subwoofer, found, found.alignments.front(),
+                                            found.alignments.back());
+            const measurement::PowerSpectrum sum(speaker.predicted.samples, sampleRate());
+            bass.deviations.push_back(deviation(sum, options_.correction.target));
         }
-        for (const auto& capacity : options_.capacities)
-            bass.cells.push_back(
-                bassCells(layout(), bass.management, options_.bassCapacity, capacity.sampleRate));
         design_.bass = std::move(bass);
+    }
+
+    ImpulseResponse corrected(std::size_t i) const {
+        return predict(speakers_[i].positions.front(),
+                       filterAtResponses(design_.speakers[i], speakers_[i]));
+    }
+
+    /// dB by which a main speaker's sum with the subwoofer lies below the target, on the grid.
+    std::vector<double> missing(const SpeakerCorrection& main, const LogGrid& grid) const {
+        const auto powers =
+            grid.smooth(windowedPower(main.predicted, grid, options_.correction.window),
+                        options_.correction.smoothing);
+        std::vector<double> gains(grid.size());
+        double mean = 0;
+        double count = 0;
+        for (std::size_t i = 0; i < gains.size(); ++i) {
+            const double frequency = grid.frequencies()[i];
+            gains[i] = options_.correction.target.level(frequency) - 10 * std::log10(powers[i]);
+            if (frequency < 2 * options_.crossover)
+                continue;
+            mean += gains[i];
+            ++count;
+        }
+        for (double& gain : gains)
+            gain = std::clamp(gain - mean / count, -kLargestStep, kLargestStep);
+        return gains;
+    }
+
+    void correctSums() {
+        const LogGrid grid(options_.correction.limits.lowest, 8 * options_.crossover, 96);
+        std::vector<double> shared(grid.size());
+        const auto count = static_cast<double>(std::ranges::count_if(
+            speakers_, [](const auto& speaker) { return !speaker.subwoofer; }));
+        for (std::size_t i = 0; i < speakers_.size(); ++i) {
+            if (!isMain(i))
+                continue;
+            const auto gains = missing(design_.speakers[i], grid);
+            for (std::size_t k = 0; k < gains.size(); ++k)
+                shared[k] += gains[k] / count;
+            correctAgain(i, grid, gains);
+        }
+        for (std::size_t i = 0; i < speakers_.size(); ++i) {
+            if (!isMain(i))
+                correctAgain(i, grid, shared);
+        }
+    }
+
+    /// How much of the sum's correction a speaker takes at a frequency: around the crossover both
+    /// take all of it, beyond that the one that is heard.
+    double share(bool main, double frequency) const {
+        const double octaves = std::log2(frequency / options_.crossover) * (main ? 1 : -1);
+        const double upper = main ? std::clamp(4 - 2 * octaves, 0.0, 1.0) : 1;
+        return upper * std::clamp(2 + 1.5 * octaves, 0.0, 1.0);
+    }
+
+    void correctAgain(std::size_t i, const LogGrid& grid, const std::vector<double>& gains) {
+        auto& speaker = design_.speakers[i];
+        std::vector<double> step(speaker.curve.gains.size());
+        for (std::size_t k = 0; k < step.size(); ++k) {
+            const double frequency = speaker.curve.grid.frequencies()[k];
+            step[k] = grid.interpolate(gains, frequency) * share(isMain(i), frequency);
+        }
+        const auto limits = limitsOf(speakers_[i]);
+        speaker.curve = adjusted(speaker.curve, step, limits);
+        for (std::size_t k = 0; k < speaker.filters.size(); ++k) {
+            speaker.filters[k] = realise(speaker.curve, options_.capacities[k], limits);
+            speaker.filters[k].scale(std::pow(10.0, design_.attenuation / 20));
+        }
+    }
+
+    /// A polarity that the crossover wants is in the subwoofers' filters.
+    void invertSubwoofers() {
+        for (auto& speaker : design_.speakers) {
+            if (speaker.subwoofer && design_.bass->management.inverted)
+                invert(speaker);
+        }
+    }
+
+    void addBassCells() {
+        for (const auto& capacity : options_.capacities)
+            design_.bass->cells.push_back(bassCells(layout(), design_.bass->management,
+                                                    options_.bassCapacity, capacity.sampleRate));
     }
 
     static void invert(SpeakerCorrection& speaker) {
@@ -236,12 +331,23 @@ private:
             speaker.after = predict(speaker.before, speaker.filters.front());
             speaker.deviationBefore = deviation(speaker.before, target, band);
             speaker.deviationAfter = deviation(speaker.after, target, band);
+            if (design_.bass && !speaker.subwoofer)
+                judgeSum(speaker);
         }
+    }
+
+    /// With bass management a main speaker is heard together with the subwoofer.
+    void judgeSum(SpeakerCorrection& speaker) const {
+        speaker.lowest = kJudged.lowest;
+        speaker.after = measurement::PowerSpectrum(speaker.predicted.samples, sampleRate());
+        speaker.deviationBefore = deviation(speaker.before, options_.correction.target);
+        speaker.deviationAfter = deviation(speaker.after, options_.correction.target);
     }
 
     const std::vector<MeasuredSpeaker>& speakers_;
     const SystemOptions& options_;
     SystemDesign design_;
+    std::vector<Alignment> own_;  ///< each speaker's, before the bass has its say
 };
 
 }  // namespace

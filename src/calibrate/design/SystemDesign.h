@@ -42,8 +42,10 @@ struct SpeakerCorrection {
     measurement::Arrival arrival;         ///< at the first position, uncorrected
     Alignment alignment;
     measurement::PowerSpectrum before;  ///< mean of the positions
-    measurement::PowerSpectrum after;   ///< the same, as predicted for the first capacity
-    double deviationBefore{0};          ///< dB, see Deviation
+    /// The same, as predicted for the first capacity; a main speaker with bass management at the
+    /// first position, together with the subwoofer.
+    measurement::PowerSpectrum after;
+    double deviationBefore{0};  ///< dB, see Deviation
     double deviationAfter{0};
     double lowest{30};  ///< Hz, the band of these deviations
     double highest{16'000};

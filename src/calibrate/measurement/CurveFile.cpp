@@ -47,7 +47,8 @@ std::optional<double> number(std::string_view text) {
 }
 
 bool isComment(std::string_view line) {
-    return std::string_view("#;*/\"'").find(line.front()) != std::string_view::npos;
+    const auto first = line.find_first_not_of(" \t");
+    return std::string_view("#;*/\"'").find(line[first]) != std::string_view::npos;
 }
 
 /// Collects the lines of one file.
@@ -63,7 +64,7 @@ public:
         const auto columns = columnsOf(line);
         if (columns.empty())
             return;
-        if (isComment(columns.front()))
+        if (isComment(line))
             headers_.emplace_back(line);
         else
             takeColumns(line, columns);

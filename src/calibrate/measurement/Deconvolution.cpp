@@ -1,6 +1,7 @@
 #include "calibrate/measurement/Deconvolution.h"
 
 #include "calibrate/measurement/Fft.h"
+#include "calibrate/measurement/NoiseGate.h"
 
 #include <algorithm>
 #include <cmath>
@@ -95,12 +96,21 @@ double decibels(double powerRatio) {
     return 10 * std::log10(std::max(powerRatio, 1e-30));
 }
 
-/// Energy of what stands between the harmonics' places and the response, by the second.
-double noisePower(const Ring& ring, double peak, const LogSweep& sweep, double before) {
+/// What stands between the second harmonic's place and the response: noise.
+std::vector<double> noiseBefore(const Ring& ring, double peak, const LogSweep& sweep,
+                                double before) {
     const double gap = sweep.harmonicAdvance(2);
     const double start = peak - 0.6 * gap;
     const double length = std::max(peak - std::min(1.5 * before, 0.3 * gap) - start, 0.05 * gap);
-    return ring.energy(start, length) / length;
+    return ring.cut(start, length);
+}
+
+/// Energy by the second.
+double powerOf(const std::vector<double>& samples, double sampleRate) {
+    double sum = 0;
+    for (const double sample : samples)
+        sum += sample * sample;
+    return sum * sampleRate / static_cast<double>(samples.size());
 }
 
 std::vector<Distortion> distortionOf(const Ring& ring, double peak, const LogSweep& sweep,
@@ -123,10 +133,12 @@ Deconvolution deconvolve(std::span<const double> recording, double sampleRate,
     const Ring ring(divide(recording, sampleRate, sweep), sampleRate);
     const double peak = ring.peakTime();
     const double start = std::round((peak - window.before) * sampleRate) / sampleRate;
-    const double noise = noisePower(ring, peak, sweep, window.before);
+    const auto noiseSamples = noiseBefore(ring, peak, sweep, window.before);
+    const double noise = powerOf(noiseSamples, sampleRate);
     const double largest = ring.energy(peak, 0);
     Deconvolution result;
-    result.response = {sampleRate, ring.cut(start, window.length), start};
+    result.response = withoutNoise({sampleRate, ring.cut(start, window.length), start},
+                                   noiseSamples, window.before);
     result.distortion = distortionOf(ring, peak, sweep, noise);
     result.peakToNoise = decibels(largest / std::max(noise / sampleRate, 1e-300));
     return result;

@@ -30,8 +30,9 @@ struct Deconvolution {
 /// no energy (Kirkeby, 1998), and keeps what the linear response is apart from the harmonics, which
 /// come ahead of it.
 ///
-/// `recording` begins when the sweep does, or before it, and is not empty; `sampleRate` in Hz. Its
-/// noise is not looked at: RecordingCheck tells whether the result is worth anything.
+/// `recording` begins when the sweep does, or before it, and is not empty; `sampleRate` in Hz.
+/// What of the response drowns in the recording's noise is faded out (see NoiseGate); whether the
+/// rest is worth anything tells RecordingCheck.
 Deconvolution deconvolve(std::span<const double> recording, double sampleRate,
                          const LogSweep& sweep, const DeconvolutionWindow& window = {});
 

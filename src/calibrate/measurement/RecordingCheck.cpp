@@ -22,6 +22,7 @@ constexpr double kHeardAnything = 6;      // dB above the silence
 constexpr double kPoorBand = 20;          // dB
 constexpr double kUselessBand = 6;        // dB
 constexpr std::size_t kUselessBands = 4;
+constexpr double kFarMoreConcentrated = 4;
 constexpr double kLostTime = 0.006;    // s by which one octave may come after another
 constexpr double kMuchClipped = 1e-3;  // part of all samples
 
@@ -69,21 +70,56 @@ Check checkNoise(const Recording& recording) {
     return check;
 }
 
-/// Sample rate (Hz) at which the recording would make sense, if another one does.
-std::optional<double> otherRate(const Recording& recording, const LogSweep& sweep) {
-    for (const double ratio : {44.1 / 48, 48 / 44.1, 0.5, 2.0}) {
-        LogSweep scaled = sweep;
-        scaled.sampleRate = sweep.sampleRate * ratio;
-        scaled.startFrequency *= ratio;
-        scaled.endFrequency *= ratio;
-        scaled.fadeOutTail *= ratio;
-        if (scaled.endFrequency > recording.sampleRate / 2)
-            scaled.fadeOutTail = 0;
-        const auto result = deconvolve(recording.samples, recording.sampleRate, scaled);
-        if (result.peakToNoise > kSweepIsThere)
-            return recording.sampleRate / ratio;
+/// s from the first octave's arrival to the last one's.
+double spread(const std::vector<BandArrival>& arrivals) {
+    if (arrivals.empty())
+        return 0;
+    const auto [first, last] = std::ranges::minmax(arrivals, {}, &BandArrival::time);
+    return last.time - first.time;
+}
+
+/// The largest sample's share of a response's energy.
+double concentration(const ImpulseResponse& response) {
+    double largest = 0;
+    double energy = 1e-300;
+    for (const double sample : response.samples) {
+        largest = std::max(largest, sample * sample);
+        energy += sample * sample;
     }
-    return std::nullopt;
+    return largest / energy;
+}
+
+/// The sweep as a recording at `ratio` times the right rate holds it.
+LogSweep atOtherSpeed(LogSweep sweep, double ratio, double highest) {
+    sweep.sampleRate *= ratio;
+    sweep.startFrequency *= ratio;
+    sweep.endFrequency *= ratio;
+    sweep.fadeOutTail = sweep.endFrequency > highest ? 0 : sweep.fadeOutTail * ratio;
+    return sweep;
+}
+
+/// Sample rate (Hz) at which the recording would make sense, if another one does: the response is
+/// far more of one piece.
+std::optional<double> otherRate(const Recording& recording, const LogSweep& sweep) {
+    const auto concentrationAt = [&](double ratio) {
+        const auto played = atOtherSpeed(sweep, ratio, recording.sampleRate / 2);
+        return concentration(deconvolve(recording.samples, recording.sampleRate, played).response);
+    };
+    double most = kFarMoreConcentrated * concentrationAt(1);
+    std::optional<double> rate;
+    for (const double ratio : {44.1 / 48, 48 / 44.1, 0.5, 2.0}) {
+        const double found = concentrationAt(ratio);
+        if (found <= most)
+            continue;
+        most = found;
+        rate = recording.sampleRate / ratio;
+    }
+    return rate;
+}
+
+std::string wrongRate(const Recording& recording, double rate) {
+    return "The recording's speed is wrong: it makes sense at " + hertz(rate) + ", not at " +
+           hertz(recording.sampleRate) + ". Set the microphone's sample rate right.";
 }
 
 std::string whyNoSweep(const Recording& recording, const LogSweep& sweep) {
@@ -92,10 +128,8 @@ std::string whyNoSweep(const Recording& recording, const LogSweep& sweep) {
         return "Nothing arrived from \"" + recording.speaker +
                "\". Check that this loudspeaker is connected and plays, and that the volume is up.";
     }
-    if (const auto rate = otherRate(recording, sweep)) {
-        return "The recording's speed is wrong: it makes sense at " + hertz(*rate) + ", not at " +
-               hertz(recording.sampleRate) + ". Set the microphone's sample rate right.";
-    }
+    if (const auto rate = otherRate(recording, sweep))
+        return wrongRate(recording, *rate);
     return "Something was recorded for \"" + recording.speaker +
            "\", but the sweep is not in it. Check that nothing else plays, and measure again.";
 }
@@ -138,15 +172,20 @@ Check checkCompleteness(const Recording& recording, const LogSweep& sweep,
     return check;
 }
 
-Check checkContinuity(const Recording& recording, const Deconvolution& deconvolution) {
+Check checkContinuity(const Recording& recording, const LogSweep& sweep,
+                      const Deconvolution& deconvolution) {
     Check check{Subject::continuity, Verdict::good, 0, "No samples are lost."};
     const auto arrivals = bandArrivals(deconvolution.response);
     if (arrivals.empty())
         return check;
     const auto [first, last] = std::ranges::minmax_element(arrivals, {}, &BandArrival::time);
-    check.value = last->time - first->time;
-    if (check.value > kLostTime) {
-        check.verdict = Verdict::unusable;
+    check.value = spread(arrivals);
+    if (check.value <= kLostTime)
+        return check;
+    check.verdict = Verdict::unusable;
+    if (const auto rate = otherRate(recording, sweep)) {
+        check.text = wrongRate(recording, *rate);
+    } else {
         check.text = "The recording of \"" + recording.speaker + "\" jumps by " +
                      fixed(1000 * check.value, 1) + " ms between " + hertz(first->frequency) +
                      " and " + hertz(last->frequency) +
@@ -213,7 +252,8 @@ RecordingChecks checkRecording(const Recording& recording, const LogSweep& sweep
     (void)(add(checkSignal(recording)) && add(checkClipping(recording)) &&
            add(checkNoise(recording)) && add(checkSweep(recording, sweep, deconvolution)) &&
            add(checkCompleteness(recording, sweep, deconvolution)) &&
-           add(checkContinuity(recording, deconvolution)) && add(checkBandNoise(recording, sweep)));
+           add(checkContinuity(recording, sweep, deconvolution)) &&
+           add(checkBandNoise(recording, sweep)));
     return result;
 }
 
