@@ -246,7 +246,6 @@ private:
     QMutex playbackMutex_;  // held by StartStimuli while it plays
     // Set when a playback starts. A normal end leaves it set, until the player stops.
     std::atomic<bool> playbackActive_{false};
-    std::atomic<int> startedPlaybacks_{0};  // those that have taken the player
     std::mutex stimulusSenderMutex_;
     smt::Sender* stimulusSender_{nullptr};  // guarded by the mutex; null unless a stimulus plays
 

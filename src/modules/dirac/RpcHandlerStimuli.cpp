@@ -153,7 +153,6 @@ private:
 
     smt::PcmPayloader payloader_;
     std::optional<smt::Sender> sender_;
-    bool isOpen_{false};
     bool isStarted_{false};
     std::uint64_t done_{0};  // speakers that have played
     std::vector<std::int32_t> scaled_;
@@ -173,14 +172,12 @@ void RpcHandler::Playback::prepare() {
 
 void RpcHandler::Playback::start() {
     isStarted_ = true;
-    ++handler_.startedPlaybacks_;
     handler_.filterManager_->playbackLoopActive(true);
     PlayLogicInterface::playerInstance()->play(playerSource(), false);
 
     sender_.emplace();
-    isOpen_ = sender_->initializeSender(kSocketName, "", "", 0, smt::TimeSyncProtocol::None,
-                                        smt::NanomsgProtocol::Pair);
-    if (!isOpen_)
+    if (!sender_->initializeSender(kSocketName, "", "", 0, smt::TimeSyncProtocol::None,
+                                   smt::NanomsgProtocol::Pair))
         LOG4CPLUS_ERROR(logger, "Failed to initalize smt Sender");
     payloader_.setNewFormat(
         static_cast<unsigned>(handler_.serverInfo_->streamingInfo.sample_rate()),
@@ -238,9 +235,6 @@ void RpcHandler::Playback::send(int speaker, std::span<const std::int32_t> sampl
     sender_->sendMediaData(
         miscUtils::NoTimeValue, miscUtils::NoTimeValue,
         std::as_bytes(std::span(frames.constData(), static_cast<std::size_t>(frames.size()))));
-    // Nobody takes the stream, or another playback has taken its player: then a send does not wait.
-    if (!isOpen_ || handler_.startedPlaybacks_ > 1)
-        std::this_thread::sleep_for(milliseconds(1000 * samples.size() / payloader_.rate()));
 }
 
 bool RpcHandler::Playback::isStopped() {
@@ -268,7 +262,6 @@ void RpcHandler::Playback::finish() {
             sender_->shutdownSender();
     });
     attempt(stopOurSource);
-    --handler_.startedPlaybacks_;
 }
 
 /// Two playbacks may overlap; the last one to end turns the filter on and lets others mix in. The

@@ -5,11 +5,15 @@
 #include "platform/smt/FlowControl.h"
 #include "platform/smt/PairSocket.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <optional>
+#include <ratio>
 #include <system_error>
 
 namespace smt {
@@ -54,6 +58,10 @@ public:
 private:
     /// False, with a log line, when `size` bytes cannot be sent as frames of the payloader.
     bool describe(std::size_t size);
+    /// False: nobody takes the data of the header.
+    bool deliver(std::span<const std::byte> frames);
+    /// Lets the data of the header pass unheard.
+    void drop();
     bool fits(std::uint64_t frames) const;
     bool transmit(MessageHeader header, std::span<const std::byte> payload);
 
@@ -85,6 +93,8 @@ private:
     // Any thread.
     std::mutex disabling_;  // keeps flag and event together
     std::atomic<bool> disabled_{false};
+    std::condition_variable disabledChanged_;
+    Clock::time_point heard_;  // end of what was dropped last, had it been heard; by disabling_
     platform::WakeEvent disabledEvent_;
 };
 
@@ -109,16 +119,31 @@ bool Sender::Private::open(const Route& route) {
 
 void Sender::Private::send(std::uint64_t time, std::uint64_t duration,
                            std::span<const std::byte> frames) {
-    if (!socket_ || closing_ || disabled_ || frames.empty() || !describe(frames.size()))
+    if (frames.empty() || !describe(frames.size()))
         return;
     header_.time = time;
     header_.duration = duration;
-    if (!waitUntil([this] { return header_.player != 0 && fits(header_.frames); }))
-        return;
-    if (!transmit(header_, frames))
-        return;
+    if (!deliver(frames))
+        return drop();
     sent_ += header_.frames;
     ++header_.number;
+}
+
+bool Sender::Private::deliver(std::span<const std::byte> frames) {
+    if (!socket_ || closing_ || disabled_)
+        return false;
+    return waitUntil([this] { return header_.player != 0 && fits(header_.frames); }) &&
+           transmit(header_, frames);
+}
+
+/// At the pace of the sound, or a caller that goes on for ever would occupy a processor.
+void Sender::Private::drop() {
+    const std::chrono::nanoseconds length(std::nano::den * header_.frames /
+                                          std::uint64_t{header_.rate});
+    std::unique_lock lock(disabling_);
+    disabledChanged_.wait_until(lock, Clock::time_point(heard_),
+                                [this] { return heard_ <= Clock::now(); });
+    heard_ = Clock::now() + length;
 }
 
 bool Sender::Private::describe(std::size_t size) {
@@ -169,8 +194,11 @@ void Sender::Private::end() {
 
 void Sender::Private::disable(bool disabled) {
     const std::lock_guard lock(disabling_);
-    disabled_ = disabled;
+    if (disabled_.exchange(disabled) == disabled)
+        return;
+    heard_ = {};  // whoever waits, or is about to, is free
     disabled ? disabledEvent_.signal() : disabledEvent_.clear();
+    disabledChanged_.notify_all();
 }
 
 template <typename Condition>

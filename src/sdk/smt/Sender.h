@@ -42,12 +42,13 @@ public:
     void startNewSequence();
 
     /// Sends whole frames, with the time at which they are to be heard and their duration
-    /// (miscUtils::NoTimeValue for neither). Waits while the pipeline is full; returns at once, and
-    /// drops the data, when sending is disabled, the stream is not open or the player is gone.
+    /// (miscUtils::NoTimeValue for neither). Waits while the pipeline is full. Drops the data when
+    /// sending is disabled, the stream is not open or the player is gone: the first at once, and
+    /// each further one when the one before would have been heard.
     void sendMediaData(unsigned long time, unsigned long duration,
                        std::span<const std::byte> frames);
 
-    /// Disabling frees a waiting sendMediaData() at once.
+    /// Disabling frees a waiting sendMediaData() at once, whatever it waits for.
     void disableSend(bool disabled);
 
     /// Ends the stream: returns when the player has taken everything that was sent, or sending is

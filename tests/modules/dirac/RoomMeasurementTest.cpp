@@ -8,6 +8,7 @@
 #include "roomsim/AlsaPcm.h"
 #include "sdk/cm/VeskPaths.h"
 #include "sdk/player/PlayLogicInterface.h"
+#include "sdk/smt/Sender.h"
 
 #include <gmock/gmock.h>
 
@@ -26,6 +27,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned short kCalibrationPort = 5002;
+constexpr auto kChunkLength = 170ms;  // as played
 
 /// A client that streams the microphone.
 class StreamingClient {
@@ -210,6 +212,23 @@ TEST_F(RoomMeasurementTest, NoiseEndsWhenTheSoundDeviceIsMissing) {
     EXPECT_TRUE(
         logged("WARN Player stopped while stimuli generation is active, stopping generator"));
     EXPECT_FALSE(subMixIsDisabled());
+}
+
+TEST_F(RoomMeasurementTest, DoesNotPlayNoiseFasterThanItSoundsWhenTheStreamCannotBeOpened) {
+    smt::Sender occupier;
+    ASSERT_TRUE(occupier.initializeSender("smtDiracPlayerSocket", "", "", 0,
+                                          smt::TimeSyncProtocol::None, smt::NanomsgProtocol::Pair));
+    startDevice();
+    prepare(noiseThrough({0}));
+    const auto playback = startStimuli();
+    const auto begin = Clock::now();
+    Progress progress;
+    for (int message = 0; message < 1 + 6; ++message)
+        EXPECT_TRUE(playback->next(&progress));
+    EXPECT_GE(Clock::now() - begin, 5 * kChunkLength * 9 / 10) << "the first chunk does not wait";
+    EXPECT_TRUE(logged("ERROR Failed to initalize smt Sender"));
+    playback->cancel();
+    playback->finish();
 }
 
 TEST_F(RoomMeasurementTest, StopsTheServerWhileNoiseSounds) {

@@ -616,17 +616,6 @@ TEST_F(RpcHandlerStimuliTest, PlaysOnWhenTheStreamCannotBeOpened) {
     EXPECT_EQ(calls(), kWholePlayback);
 }
 
-TEST_F(RpcHandlerStimuliTest, DoesNotPlayNoiseFasterThanItSoundsWhenTheStreamCannotBeOpened) {
-    start();
-    sender().failToOpen();
-    prepare(noiseThrough({0}));
-    const auto playback = startStimuli();
-    std::this_thread::sleep_for(1s);
-    EXPECT_LE(sender().sends(), 8U);
-    playback->cancel();
-    playback->finish();
-}
-
 // ---- Failures ----
 
 TEST_F(RpcHandlerStimuliTest, EndsProperlyWhenSendingThrows) {
