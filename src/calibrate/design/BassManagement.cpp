@@ -169,8 +169,8 @@ double levelBetween(const ImpulseResponse& response, double from, double to) {
     return sum / static_cast<double>(grid.size());
 }
 
-constexpr double kDelayStep = 0.1e-3;  // s, a fortieth of 250 Hz's period
-constexpr double kGainStep = 0.5;      // dB
+constexpr double kDelayStep = 0.2e-3;  // s, a twentieth of 250 Hz's period
+constexpr double kGainStep = 1;        // dB
 constexpr double kGainReach = 3;       // dB around the gain that makes the levels equal
 
 struct Choice {

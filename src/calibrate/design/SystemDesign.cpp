@@ -198,6 +198,9 @@ private:
             correctSums();
         }
         joinBass();
+        // The rounds needed the filters of one rate only.
+        for (std::size_t i = 0; i < speakers_.size(); ++i)
+            realiseAgain(i, [this](double rate) { return rate != sampleRate(); });
         invertSubwoofers();
         addBassCells();
     }
@@ -299,8 +302,18 @@ private:
         }
         const auto limits = limitsOf(speakers_[i]);
         speaker.curve = adjusted(speaker.curve, step, limits);
+        realiseAgain(i, [this](double rate) { return rate == sampleRate(); });
+    }
+
+    /// The filters at the sample rates that `wanted` says, for the speaker's curve as it is now.
+    template <class Wanted>
+    void realiseAgain(std::size_t i, const Wanted& wanted) {
+        auto& speaker = design_.speakers[i];
         for (std::size_t k = 0; k < speaker.filters.size(); ++k) {
-            speaker.filters[k] = realise(speaker.curve, options_.capacities[k], limits);
+            if (!wanted(speaker.filters[k].sampleRate))
+                continue;
+            speaker.filters[k] =
+                realise(speaker.curve, options_.capacities[k], limitsOf(speakers_[i]));
             speaker.filters[k].scale(std::pow(10.0, design_.attenuation / 20));
         }
     }
