@@ -39,7 +39,7 @@ public:
 
     /// `worker` and `factory` are not owned; `factory` may be null.
     RpcHandler(const DeviceInfo& deviceInfo, Dirac* worker, AudioRecorderFactory* factory);
-    /// Ends a notification stream that still waits.
+    /// The server has ended all streams before.
     ~RpcHandler() override;
 
     // ---- For the worker's thread ----
@@ -218,6 +218,7 @@ private:
     void storeDesign(const FilterTransfer& transfer);
     void closeTransfer(const std::shared_ptr<FilterTransfer>& transfer);
 
+    void showClient(bool connected);
     dio::endpoint::NotificationInfo takeChanges();
 
     // Constant after construction.
@@ -254,6 +255,8 @@ private:
 
     std::atomic<bool> shuttingDown_{false};
     std::mutex notificationClientMutex_;  // held by the one connected notification stream
+    std::mutex clientStatusMutex_;        // held while the platform is told of a client
+    int connectedClients_{0};             // guarded by clientStatusMutex_
 
     // What clients know. Outlives a notification stream: the next one is told what changed since.
     std::atomic<double> notifiedSpeakerGain_;  // dB

@@ -31,13 +31,13 @@ grpc::Status RpcHandler::Notifications(
     if (!stream->Write(dio::endpoint::NotificationInfo()))
         return {grpc::StatusCode::UNKNOWN, "Notification write failed"};
     PlayLogicInterface::playerInstance()->stop(VeskPlayLogicStopReason::UserRequested);
-    filterManager_->clientConnected(true);
+    showClient(true);
 
     while (!shuttingDown_) {
         if (context->IsCancelled()) {
             client.unlock();
             LOG4CPLUS_INFO(logger, "Notifications: Client disconnected.");
-            filterManager_->clientConnected(false);
+            showClient(false);
             scopedTrace.leaveWith("RETURN: CANCELLED");
             return {grpc::StatusCode::CANCELLED, "cancelled"};
         }
@@ -48,6 +48,15 @@ grpc::Status RpcHandler::Notifications(
     }
     scopedTrace.leaveWith("RETURN: OK");
     return grpc::Status::OK;
+}
+
+/// A client may connect while the one before it takes its leave, and must not be shown as gone.
+void RpcHandler::showClient(bool connected) {
+    const std::lock_guard<std::mutex> lock(clientStatusMutex_);
+    connectedClients_ += connected ? 1 : -1;
+    filterManager_->clientConnected(connected);
+    if (!connected && connectedClients_ > 0)
+        filterManager_->clientConnected(true);
 }
 
 /// What changed since it was last asked for. Under the lock, so that a client's own change of the

@@ -238,11 +238,16 @@ void RpcHandler::createSlot(const FilterTransfer& transfer) {
                                      info.description(), info.creation_time());
 }
 
+/// With empty cells in the place of missing ones: the reload at the next start reads as many cells
+/// of each variant as there are variants.
 void RpcHandler::storeDesign(const FilterTransfer& transfer) {
     const SlotsLock lock = lockSlots();
     using BassControl = std::vector<processing::BassControlFilterCoefficients>;
+    auto coefficients = transfer.coefficients;
+    for (processing::FilterCoefficients& variant : coefficients)
+        variant.resizeToFit(numberOfFiirVariants_);
     filterManager_->setFilterForSlot(
-        transfer.slot.slot(), transfer.coefficients,
+        transfer.slot.slot(), coefficients,
         transfer.hasBassControl ? transfer.bassControl : BassControl());
 }
 

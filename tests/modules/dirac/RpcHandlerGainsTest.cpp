@@ -148,6 +148,7 @@ TEST_F(RpcHandlerGainsTest, RejectsAStimulusChannelOutOfRange) {
 // ---- Operation mode ----
 
 TEST_F(RpcHandlerGainsTest, GainAndDelayAreOnTogetherOnly) {
+    setMode(true, true, false);
     setMode(true, false, true);
     const auto mode = ask(&Stub::GetOperationMode, Void());
     EXPECT_FALSE(mode.gain());

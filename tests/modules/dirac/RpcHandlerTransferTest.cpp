@@ -128,8 +128,27 @@ TEST_F(RpcHandlerTransferTest, ASecondBeginStartsOver) {
     EXPECT_EQ(end(2), "OK");
     EXPECT_THAT(slotIndices(settings()), ElementsAre(2));
     EXPECT_EQ(stored().params().at(0).toList().size(), 2) << "input 1 is the transfer cell's";
-    EXPECT_THAT(stored().params().at(1).toList(), IsEmpty());
+    EXPECT_EQ(storedChannel(1, 0).fiir().tapSize(), 0);
     EXPECT_THAT(stored().bcParams(), IsEmpty());
+}
+
+TEST_F(RpcHandlerTransferTest, ATransferOfASingleCellIsReadBackAtTheNextStart) {
+    begin(1);
+    setCell(5, 0, 0);
+    setFiir(0);
+    ASSERT_EQ(end(1), "OK");
+    restartDevice();
+    EXPECT_THAT(slotIndices(settings()), ElementsAre(1));
+    EXPECT_EQ(storedChannel(0, 0).fiir().tapSize(), 1);
+    EXPECT_EQ(storedChannel(1, 1).fiir().tapSize(), 0);
+}
+
+TEST_F(RpcHandlerTransferTest, ATransferWithoutCoefficientsIsReadBackAtTheNextStart) {
+    begin(3);
+    setCell(5, 0, 0);
+    ASSERT_EQ(end(3), "OK");
+    restartDevice();
+    EXPECT_THAT(slotIndices(settings()), ElementsAre(3));
 }
 
 // ---- SetTransferCell ----
