@@ -9,8 +9,8 @@
 namespace calibrate::measurement {
 
 struct DeconvolutionWindow {
-    double before{0.02};  ///< s kept before the largest sample; below the sweep's second harmonic's
-    double length{1.0};   ///< s in all
+    double before{0.1};  ///< s kept before the largest sample; below the second harmonic's lead
+    double length{1.0};  ///< s in all
 };
 
 /// A product of the loudspeaker's distortion.

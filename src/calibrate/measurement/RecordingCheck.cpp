@@ -157,7 +157,8 @@ double heardOfSweep(const Recording& recording, const LogSweep& sweep, double ar
 Check checkCompleteness(const Recording& recording, const LogSweep& sweep,
                         const Deconvolution& deconvolution) {
     const auto& response = deconvolution.response;
-    const double heard = heardOfSweep(recording, sweep, std::max(response.start + 0.02, 0.0));
+    const double heard = heardOfSweep(recording, sweep,
+                                      std::max(response.start + DeconvolutionWindow{}.before, 0.0));
     Check check{Subject::completeness, Verdict::good, heard, "The sweep is there to its end."};
     const double missing = sweep.duration() - heard;
     if (missing > 0.01 * sweep.duration()) {
