@@ -47,8 +47,8 @@ void transferDesign(CalibrationClient& client, int slot, const FilterDesign& des
         throw std::runtime_error("transfer: " + status.error_message());
 }
 
-BenchDevice::BenchDevice()
-    : process_(benchDeviceOptions()), tree_(started(process_).controlSocket()) {
+BenchDevice::BenchDevice(const DeviceProcess::Options& options)
+    : process_(options), tree_(started(process_).controlSocket()) {
 }
 
 FloorProcess::FloorProcess() : process_({VESK_BENCH_FLOOR}), client_(addressFrom(process_)) {

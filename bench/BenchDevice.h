@@ -25,7 +25,7 @@ void transferDesign(CalibrationClient& client, int slot, const FilterDesign& des
 /// A device that runs while the object exists.
 class BenchDevice {
 public:
-    BenchDevice();
+    explicit BenchDevice(const DeviceProcess::Options& options = benchDeviceOptions());
 
     DeviceProcess& process() { return process_; }
     CalibrationClient& client() { return client_; }
@@ -43,6 +43,7 @@ public:
     FloorProcess();
 
     CalibrationClient& client() { return client_; }
+    pid_t id() const { return process_.id(); }
 
 private:
     Subprocess process_;

@@ -1,8 +1,21 @@
 #include "EmptyEndpoint.h"
 
+#include "FrameTime.h"
+
 #include <grpcpp/grpcpp.h>
 
+#include <chrono>
+#include <cstdint>
+#include <thread>
+
 using grpc::Status;
+
+namespace {
+
+constexpr std::int64_t kBlock = 128;  // frames, as the device's
+constexpr std::chrono::milliseconds kPollPeriod{100};
+
+}  // namespace
 
 Status EmptyEndpoint::GetDeviceInfo(Context*, const Void*, dio::endpoint::DeviceInfo*) {
     return Status::OK;
@@ -48,5 +61,27 @@ Status EmptyEndpoint::EndFilterTransfer(Context*, const Index*,
         progress.set_value(value);
         writer->Write(progress);
     }
+    return Status::OK;
+}
+
+/// Each block as soon as its last frame would be captured.
+Status EmptyEndpoint::StartStreaming(Context* context, AudioStream* stream) {
+    dio::endpoint::AudioBuffers message;
+    auto& samples = *message.add_buffers()->mutable_samples();
+    samples.Resize(kBlock, 0.0F);
+    for (std::int64_t frame = frametime::frameAt(frametime::Clock::now()); !context->IsCancelled();
+         frame += kBlock) {
+        for (int i = 0; i < kBlock; ++i)
+            samples.Set(i, static_cast<float>(frametime::sampleOf(frame + i)) * 0x1p-31F);
+        std::this_thread::sleep_until(frametime::beginOf(frame + kBlock));
+        stream->Write(message);
+    }
+    return Status::OK;
+}
+
+Status EmptyEndpoint::Notifications(Context* context, NotificationStream* stream) {
+    stream->Write({});
+    while (!context->IsCancelled())
+        std::this_thread::sleep_for(kPollPeriod);
     return Status::OK;
 }

@@ -5,12 +5,17 @@
 /// The calibration service with handlers that do nothing: what gRPC alone costs.
 ///
 /// It answers the topology queries and the calls of a filter transfer; EndFilterTransfer streams
-/// its four messages.
+/// its four messages. StartStreaming sends the blocks of a microphone like that of ClockPlugin.cpp;
+/// Notifications looks for changes as often as the device does, and never finds one.
 class EmptyEndpoint : public dio::endpoint::EndpointDevice::Service {
 public:
     using Context = grpc::ServerContext;
     using Void = dio::endpoint::Void;
     using Index = dio::endpoint::Index;
+    using AudioStream =
+        grpc::ServerReaderWriter<dio::endpoint::AudioBuffers, dio::endpoint::AudioBuffers>;
+    using NotificationStream = grpc::ServerReaderWriter<dio::endpoint::NotificationInfo,
+                                                        dio::endpoint::ClientNotificationInfo>;
 
     grpc::Status GetDeviceInfo(Context*, const Void*, dio::endpoint::DeviceInfo*) override;
     grpc::Status GetSpeakerInfo(Context*, const Index*, dio::endpoint::SpeakerInfo*) override;
@@ -25,4 +30,7 @@ public:
     grpc::Status SetCellDelayGain(Context*, const dio::endpoint::DelayGain*, Void*) override;
     grpc::Status EndFilterTransfer(Context*, const Index*,
                                    grpc::ServerWriter<dio::endpoint::Progress>* writer) override;
+
+    grpc::Status StartStreaming(Context* context, AudioStream* stream) override;
+    grpc::Status Notifications(Context* context, NotificationStream* stream) override;
 };
