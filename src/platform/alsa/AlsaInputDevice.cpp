@@ -5,7 +5,6 @@
 #include "platform/alsa/XrunCounter.h"
 
 #include <algorithm>
-#include <chrono>
 #include <optional>
 
 using platform::AlsaError;
@@ -17,9 +16,6 @@ namespace {
 
 /// Readers take small blocks as they come, so that a period must not be longer than such a block.
 constexpr snd_pcm_uframes_t kLongestPeriod = 128;  // frames
-
-/// A device that delivers nothing for so long is broken.
-constexpr std::chrono::seconds kLongestSilence{5};
 
 constexpr unsigned kMillisecondsPerSecond = 1000;
 
@@ -62,6 +58,7 @@ public:
         const int frameSize = bytesPerSample() * channels();
         data.resize(frames * frameSize);
         wakeAt(static_cast<snd_pcm_uframes_t>(frames));
+        pcm_->expectMovement();
         for (int done = 0; done < frames;)
             done += readSome(data.data() + static_cast<std::ptrdiff_t>(done) * frameSize,
                              frames - done);
@@ -87,8 +84,10 @@ private:
         else if (got >= 0)
             got = -EAGAIN;
         if (got == -EAGAIN)
-            await();
-        else if (got < 0)
+            got = pcm_->wait(nullptr);
+        else if (got > 0)
+            pcm_->expectMovement();
+        if (got < 0)
             recover(static_cast<int>(got));
         return static_cast<int>(std::max<snd_pcm_sframes_t>(got, 0));
     }
@@ -96,11 +95,6 @@ private:
     void start() const {
         if (snd_pcm_state(pcm_->get()) == SND_PCM_STATE_PREPARED)
             pcm_->check(snd_pcm_start(pcm_->get()), "start");
-    }
-
-    void await() {
-        if (!pcm_->wait(nullptr, kLongestSilence))
-            throw AlsaError("\"" + name_ + "\": has delivered nothing for 5 s");
     }
 
     void recover(int error) {

@@ -9,8 +9,8 @@ namespace platform {
 
 namespace {
 
-constexpr snd_pcm_uframes_t kPeriod = 256;             // frames
-constexpr std::chrono::seconds kLongestStandstill{5};  // of a device that takes nothing
+constexpr snd_pcm_uframes_t kPeriod = 256;  // frames
+constexpr std::chrono::seconds kLongestDrain{5};
 constexpr std::chrono::milliseconds kBetweenLooks{2};  // while it plays its last frames
 
 snd_pcm_uframes_t mostInDevice(unsigned rate) {
@@ -38,6 +38,7 @@ AlsaOutputDevice::AlsaOutputDevice(const std::string& name, const AudioFormat& f
 }
 
 bool AlsaOutputDevice::write(std::span<const std::int32_t> samples) {
+    pcm_.expectMovement();
     while (!samples.empty()) {
         const auto piece =
             samples.first(std::min(samples.size(), std::size_t{pcm_.period()} * channels_));
@@ -60,12 +61,12 @@ void AlsaOutputDevice::writeSome(const std::byte* bytes, snd_pcm_uframes_t frame
     if (free < std::min(frames, pcm_.period()))
         return awaitRoom();
     const auto written = snd_pcm_writei(pcm_.get(), bytes, std::min(frames, free));
-    if (written >= 0)
-        *done += static_cast<snd_pcm_uframes_t>(written);
-    else if (written == -EAGAIN)
-        awaitRoom();
-    else
-        recover(static_cast<int>(written));
+    if (written == -EAGAIN)
+        return awaitRoom();
+    if (written < 0)
+        return recover(static_cast<int>(written));
+    pcm_.expectMovement();
+    *done += static_cast<snd_pcm_uframes_t>(written);
 }
 
 /// Frames that may be written now.
@@ -83,12 +84,12 @@ snd_pcm_uframes_t AlsaOutputDevice::room() {
 void AlsaOutputDevice::awaitRoom() {
     if (snd_pcm_state(pcm_.get()) == SND_PCM_STATE_PREPARED)
         pcm_.check(snd_pcm_start(pcm_.get()), "start");
-    if (!pcm_.wait(&interrupt_, kLongestStandstill))
-        throw AlsaError("\"" + pcm_.name() + "\": has taken no audio for 5 s");
+    if (const int error = pcm_.wait(&interrupt_); error < 0)
+        recover(error);
 }
 
 bool AlsaOutputDevice::drain() {
-    const auto end = std::chrono::steady_clock::now() + kLongestStandstill;
+    const auto end = std::chrono::steady_clock::now() + kLongestDrain;
     int result = snd_pcm_drain(pcm_.get());
     while (result == -EAGAIN && snd_pcm_state(pcm_.get()) == SND_PCM_STATE_DRAINING &&
            std::chrono::steady_clock::now() < end) {

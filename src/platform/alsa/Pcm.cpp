@@ -3,10 +3,14 @@
 #include "platform/alsa/Complaints.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace platform {
 
 namespace {
+
+/// A device that moves nothing for so long is broken.
+constexpr std::chrono::seconds kLongestStandstill{5};
 
 std::string reason(int error) {
     return std::string(snd_strerror(error)) + Complaints::shown();
@@ -132,30 +136,54 @@ void Pcm::setThresholds(snd_pcm_uframes_t start, snd_pcm_uframes_t wake) const {
     check(snd_pcm_sw_params(get(), params), "be set up");
 }
 
-bool Pcm::wait(const WakeEvent* interrupt, std::chrono::milliseconds timeout) {
+int Pcm::wait(const WakeEvent* interrupt) {
     const auto count = static_cast<unsigned>(descriptors_.size() - 1);
     check(snd_pcm_poll_descriptors(get(), descriptors_.data(), count), "be waited for");
     descriptors_.back() = {interrupt ? interrupt->descriptor() : -1, POLLIN, 0};
-    const auto end = std::chrono::steady_clock::now() + timeout;
     for (;;) {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-        if (left.count() <= 0 ||
-            poll(descriptors_.data(), descriptors_.size(), static_cast<int>(left.count())) == 0)
-            return false;
+        const auto timeout = static_cast<int>(patience().count());
+        if (poll(descriptors_.data(), descriptors_.size(), timeout) <= 0)
+            continue;
         if (descriptors_.back().revents != 0)
-            return true;
+            return 0;
         unsigned short events = 0;
         check(snd_pcm_poll_descriptors_revents(get(), descriptors_.data(), count, &events),
               "be waited for");
+        if ((events & (POLLERR | POLLNVAL)) != 0)
+            return whyItStopped();
         if (events != 0)
-            return true;
+            return 0;
+    }
+}
+
+/// How long the device may still take to move a frame; more than 0.
+std::chrono::milliseconds Pcm::patience() const {
+    const auto waited = std::chrono::steady_clock::now() - expectedSince_;
+    if (waited >= kLongestStandstill)
+        fail(name_, snd_pcm_stream(get()) == SND_PCM_STREAM_PLAYBACK
+                        ? "has taken no audio for 5 s"
+                        : "has delivered nothing for 5 s");
+    return std::chrono::ceil<std::chrono::milliseconds>(kLongestStandstill - waited);
+}
+
+/// Of a device that wakes its user with an error. One that is gone may look as if it still ran: its
+/// state and its counts are then the last ones that were known.
+int Pcm::whyItStopped() const {
+    const int result = snd_pcm_hwsync(get());
+    switch (snd_pcm_state(get())) {
+        case SND_PCM_STATE_XRUN:
+            return -EPIPE;
+        case SND_PCM_STATE_SUSPENDED:
+            return -ESTRPIPE;
+        default:
+            return result < 0 ? result : -ENODEV;
     }
 }
 
 void Pcm::recover(int error, const char* action) const {
     if (error != -EPIPE && error != -ESTRPIPE)
         check(error, action);
+    patience();
     // A suspended device is set up anew instead of resumed: its buffer is old by then.
     check(snd_pcm_prepare(get()), std::string("be made ready again to ") + action);
 }

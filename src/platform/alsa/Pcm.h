@@ -46,12 +46,16 @@ public:
     /// frames on wait() returns.
     void setThresholds(snd_pcm_uframes_t start, snd_pcm_uframes_t wake) const;
 
-    /// Waits until the device can go on, has failed, or `interrupt` is signalled (if given); at
-    /// most so long. False when only the time ran out.
-    bool wait(const WakeEvent* interrupt, std::chrono::milliseconds timeout);
+    /// The device is wanted to move frames from now on: it has just moved some, or is asked to.
+    void expectMovement() { expectedSince_ = std::chrono::steady_clock::now(); }
+
+    /// Waits until the device can go on or `interrupt` is signalled (if given). Negative when the
+    /// device has stopped: an error for recover(). Throws AlsaError when it has moved nothing for
+    /// too long, however often it wakes its user.
+    int wait(const WakeEvent* interrupt);
 
     /// Makes the device ready again after an underrun, overrun or suspension. Throws AlsaError when
-    /// `error` is anything else.
+    /// `error` is anything else, or when the device has moved nothing for too long.
     void recover(int error, const char* action) const;
 
     /// Throws AlsaError when `result` is an error.
@@ -60,11 +64,14 @@ public:
 private:
     void narrow(snd_pcm_hw_params_t* params, const std::vector<snd_pcm_format_t>& formats,
                 unsigned rate, unsigned channels);
+    std::chrono::milliseconds patience() const;
+    int whyItStopped() const;
 
     const std::string name_;
     const std::unique_ptr<snd_pcm_t, int (*)(snd_pcm_t*)> handle_;
     snd_pcm_uframes_t period_{0};
     snd_pcm_uframes_t buffer_{0};
+    std::chrono::steady_clock::time_point expectedSince_{std::chrono::steady_clock::now()};
     std::vector<pollfd> descriptors_;  // the last one is the interrupting event's
 };
 

@@ -12,13 +12,14 @@
 #include <vector>
 
 /// Makes alsa-lib see the PCM "recorder", which keeps what is played in a file of raw samples and
-/// takes it as fast as it comes, for as long as it lives.
+/// takes it as fast as it comes, and the given PCMs, for as long as it lives.
 class AlsaConfiguration {
 public:
-    AlsaConfiguration() {
+    explicit AlsaConfiguration(const std::string& definitions = "") {
         const auto file = scratch_.path() / "asound.conf";
         std::ofstream(file) << "pcm.recorder { type file slave.pcm null format raw file \""
-                            << recording().string() << "\" }\n";
+                            << recording().string() << "\" }\n"
+                            << definitions;
         setenv("ALSA_CONFIG_PATH", ("/usr/share/alsa/alsa.conf:" + file.string()).c_str(), 1);
         snd_config_update_free_global();
     }

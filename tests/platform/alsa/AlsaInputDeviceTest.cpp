@@ -1,4 +1,5 @@
 #include "platform/alsa/AlsaConfiguration.h"
+#include "platform/alsa/FaultyDevices.h"
 #include "roomsim/AlsaPcm.h"
 #include "sdk/alsa/AlsaInputDevice.h"
 #include "support/Eventually.h"
@@ -10,6 +11,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <future>
 #include <thread>
 
 namespace {
@@ -48,6 +50,25 @@ protected:
                     sound.push_back(static_cast<float>(sample / 2147483648.0));
         sound.resize(length);
         return sound;
+    }
+
+    /// Blocks that are read until a read fails, which it must do soon. A read that never ends would
+    /// end with the test program.
+    static int blocksUntilFailure(const std::shared_ptr<AlsaInputDevice>& device,
+                                  std::chrono::seconds soon) {
+        std::promise<int> promise;
+        auto result = promise.get_future();
+        std::thread([device, promise = std::move(promise)]() mutable {
+            QByteArray data;
+            int blocks = 0;
+            while (device->read(data, kBlock))
+                ++blocks;
+            promise.set_value(blocks);
+        }).detach();
+        if (result.wait_for(soon) == std::future_status::ready)
+            return result.get();
+        ADD_FAILURE() << "The read does not end";
+        return -1;
     }
 
     const LogCapture log{"Platform"};
@@ -154,6 +175,36 @@ TEST_F(AlsaInputDeviceTest, ADeviceThatIsUnpluggedEndsTheReads) {
     EXPECT_TRUE(data.isEmpty());
     EXPECT_TRUE(log.contains("No such device"));
     EXPECT_FALSE(device->read(data, kBlock));
+}
+
+TEST_F(AlsaInputDeviceTest, ADeviceThatIsGoneEndsAReadThatWaitsForIt) {
+    const AlsaConfiguration faulty(faultyDevices());
+    for (const char* name : {"unplugged", "erring"}) {
+        const std::shared_ptr device = microphone(name);
+        ASSERT_TRUE(device->open());
+        EXPECT_GT(blocksUntilFailure(device, std::chrono::seconds(3)), 20) << name;
+        EXPECT_TRUE(log.contains('"' + std::string(name) + "\": cannot record: No such device"));
+    }
+}
+
+TEST_F(AlsaInputDeviceTest, ADeviceThatWakesItsReaderForNothingIsGivenUp) {
+    const AlsaConfiguration faulty(faultyDevices());
+    const std::shared_ptr device = microphone("waking");
+    ASSERT_TRUE(device->open());
+    const auto begin = Clock::now();
+    EXPECT_EQ(blocksUntilFailure(device, std::chrono::seconds(10)), 32);
+    EXPECT_GE(Clock::now() - begin, std::chrono::seconds(5));
+    EXPECT_TRUE(log.contains("\"waking\": has delivered nothing for 5 s"));
+}
+
+TEST_F(AlsaInputDeviceTest, ASuspendedDeviceGoesOn) {
+    const AlsaConfiguration faulty(faultyDevices());
+    const auto device = microphone("suspended");
+    ASSERT_TRUE(device->open());
+    QByteArray data;
+    for (int i = 0; i < 100; ++i)
+        ASSERT_TRUE(device->read(data, kBlock));
+    EXPECT_EQ(device->overruns(), 0U);
 }
 
 TEST_F(AlsaInputDeviceTest, OverrunsAreCountedAndRecovered) {

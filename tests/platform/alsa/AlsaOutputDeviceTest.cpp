@@ -1,5 +1,6 @@
 #include "platform/alsa/AlsaConfiguration.h"
 #include "platform/alsa/AlsaOutputDevice.h"
+#include "platform/alsa/FaultyDevices.h"
 #include "roomsim/AlsaPcm.h"
 #include "support/Eventually.h"
 #include "support/LogCapture.h"
@@ -47,6 +48,25 @@ protected:
 
     static void addIdentity(const RoomFiles& files, std::size_t speakers) {
         files.addWav("responses.wav", 48000, Signals(speakers, Signal{1.0F}));
+    }
+
+    /// Writes until it fails, which it must do soon, and tells how. "interrupted": it had to be.
+    std::string failureOfWrites(const std::string& name, std::chrono::seconds soon) {
+        AlsaOutputDevice device(name, {48000, 2}, interrupt);
+        auto writing = std::async(std::launch::async, [&]() -> std::string {
+            try {
+                while (device.write(noise(512))) {
+                }
+                return "interrupted";
+            } catch (const AlsaError& error) {
+                return error.what();
+            }
+        });
+        writing.wait_for(soon);
+        interrupt.signal();
+        std::string failure = writing.get();
+        interrupt.clear();
+        return failure;
     }
 
     const LogCapture log{"Platform"};
@@ -165,6 +185,26 @@ TEST_F(AlsaOutputDeviceTest, ADrainReturnsWhenEverythingHasBeenHeard) {
         EXPECT_TRUE(device.write(noise(700)));
         EXPECT_TRUE(device.drain());
     }
+    EXPECT_EQ(device.underruns(), 0U);
+}
+
+TEST_F(AlsaOutputDeviceTest, ADeviceThatIsGoneEndsAWriteThatWaitsForIt) {
+    const AlsaConfiguration faulty(faultyDevices());
+    for (const std::string name : {"unplugged", "erring"})
+        EXPECT_EQ(failureOfWrites(name, 3s), '"' + name + "\": cannot play: No such device");
+}
+
+TEST_F(AlsaOutputDeviceTest, ADeviceThatWakesItsWriterForNothingIsGivenUp) {
+    const AlsaConfiguration faulty(faultyDevices());
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(failureOfWrites("waking", 10s), "\"waking\": has taken no audio for 5 s");
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 5s);
+}
+
+TEST_F(AlsaOutputDeviceTest, ASuspendedDeviceGoesOn) {
+    const AlsaConfiguration faulty(faultyDevices());
+    AlsaOutputDevice device("suspended", {48000, 2}, interrupt);
+    EXPECT_TRUE(device.write(noise(40'000)));
     EXPECT_EQ(device.underruns(), 0U);
 }
 
