@@ -247,6 +247,7 @@ private:
     QMutex playbackMutex_;  // held by StartStimuli while it plays
     // Set when a playback starts. A normal end leaves it set, until the player stops.
     std::atomic<bool> playbackActive_{false};
+    std::atomic<unsigned> reportedStops_{0};  // how often the player has stopped our source
     std::mutex stimulusSenderMutex_;
     smt::Sender* stimulusSender_{nullptr};  // guarded by the mutex; null unless a stimulus plays
 

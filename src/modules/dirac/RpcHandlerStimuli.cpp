@@ -173,6 +173,7 @@ void RpcHandler::Playback::prepare() {
 void RpcHandler::Playback::start() {
     isStarted_ = true;
     handler_.filterManager_->playbackLoopActive(true);
+    const unsigned reportedStops = handler_.reportedStops_;
     PlayLogicInterface::playerInstance()->play(playerSource(), false);
 
     sender_.emplace();
@@ -188,7 +189,7 @@ void RpcHandler::Playback::start() {
     handler_.publishSender(&*sender_);
     handler_.playbackActive_ = true;
     // It may have given up at once, for want of a device, when nobody would have taken notice.
-    if (!isPlayingOurSource())
+    if (handler_.reportedStops_ != reportedStops && !isPlayingOurSource())
         handler_.stopGenerator();
 }
 
@@ -306,7 +307,10 @@ void RpcHandler::publishSender(smt::Sender* sender) {
 void RpcHandler::notifyPlayerStateChanged(VeskPlayLogicState::Enum state) {
     DIRAC_SCOPED_TRACE();
     LOG4CPLUS_DEBUG(logger, "notifyPlayerStateChanged: " << VeskPlayLogicState::toString(state));
-    if (state == VeskPlayLogicState::Stopped && playbackActive_ && !isPlayingOurSource())
+    if (state != VeskPlayLogicState::Stopped)
+        return;
+    ++reportedStops_;
+    if (playbackActive_ && !isPlayingOurSource())
         stopGenerator();
 }
 
@@ -443,7 +447,7 @@ grpc::Status RpcHandler::StartStimuli(grpc::ServerContext* context,
                                       const dio::endpoint::StimuliStart* request,
                                       grpc::ServerWriter<Progress>* writer) {
     DIRAC_SCOPED_TRACE("");
-    const std::unique_lock<QMutex> lock(playbackMutex_, milliseconds(kPlaybackWait));
+    std::unique_lock<QMutex> lock(playbackMutex_, milliseconds(kPlaybackWait));
     if (!lock) {
         LOG4CPLUS_WARN(logger, "Stimuli playback already active");
         return {grpc::StatusCode::RESOURCE_EXHAUSTED, "Stimuli playback already active"};
@@ -452,6 +456,8 @@ grpc::Status RpcHandler::StartStimuli(grpc::ServerContext* context,
     if (grpc::Status status = isStimulusValid(prepared); !status.ok())
         return status;
     playStimuli(context, request, prepared, writer);
+    // Before the last word: a client that does not read keeps nobody else out.
+    lock.unlock();
     if (context->IsCancelled()) {
         scopedTrace.leaveWith("RETURN: CANCELLED");
         return grpc::Status::CANCELLED;

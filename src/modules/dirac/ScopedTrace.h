@@ -31,15 +31,19 @@ public:
     }
 
     ~ScopedTrace() {
-        if (isEnabled())
-            log("Leave ", leaveEnding_);
+        if (!hasLeft_ && isEnabled())
+            log("Leave ", "");
     }
 
     ScopedTrace(const ScopedTrace&) = delete;
     ScopedTrace& operator=(const ScopedTrace&) = delete;
 
-    /// What follows the signature and ": " in the "Leave " line.
-    void leaveWith(const std::string& text) { leaveEnding_ = ": " + text; }
+    /// Writes the "Leave " line now, with ": " and the text behind the signature.
+    void leaveWith(const char* text) {
+        hasLeft_ = true;
+        if (isEnabled())
+            log("Leave ", std::string(": ") + text);
+    }
 
 private:
     static bool isEnabled() { return logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL); }
@@ -59,7 +63,7 @@ private:
     }
 
     const TraceOrigin origin_;
-    std::string leaveEnding_;
+    bool hasLeft_{false};
 };
 
 /// Traces the scope as `scopedTrace`. What is given is streamed behind the signature:
