@@ -65,8 +65,9 @@ void AudioPipeline::run() {
 }
 
 bool AudioPipeline::playBlock() {
-    const bool isLast = closed_;  // looked at before the ring: nothing is written afterwards
+    // First of all, so that it tells of everything that comes after the looks that follow.
     supplied_.clear();
+    const bool isLast = closed_;  // looked at before the ring: nothing is written afterwards
     const std::span samples(block_.data(), ring_.read(block_));
     if (samples.empty())
         return awaitFrames(isLast);
