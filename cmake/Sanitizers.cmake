@@ -30,6 +30,10 @@ if(VESK_SANITIZE)
     )
     add_compile_options(${VESK_SANITIZE_OPTIONS})
     add_link_options("-fsanitize=${VESK_SANITIZE}")
+    if(VESK_SANITIZE STREQUAL "thread")
+        # A library that a suppression names must not be unloaded with the plug-in that brought it.
+        add_link_options(-Wl,-z,nodelete)
+    endif()
 endif()
 
 # The address sanitizer looks for faults in the product; the tests' own code below a directory that

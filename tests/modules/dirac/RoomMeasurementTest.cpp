@@ -100,6 +100,9 @@ std::vector<float> part(const std::vector<float>& samples, std::size_t begin, st
 }  // namespace
 
 TEST_F(RoomMeasurementTest, ARecordingGivesTheResponsesOfBothSpeakersBack) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer is too slow to keep the player supplied without a gap";
+#endif
     constexpr std::size_t kResponse = 4000;  // samples
     constexpr std::size_t kPass = 264'000;   // a sweep with its silence
     constexpr std::size_t kBefore = 1000;    // silence that is looked at as well
