@@ -148,6 +148,7 @@ TEST(AudioRecorderMessageTest, ReadsLittleEndianSamples) {
 // ---- The device ----
 
 TEST_F(AudioRecorderTest, OpensTheMicrophoneAsAMonoDeviceOfIntegers) {
+    microphone().unplug();  // nothing is read, and nobody is sent anything
     const AudioRecorder recorder(QStringLiteral("hw:1,0"), 44100, nobody());
     const auto devices = microphone().devicesMade();
     ASSERT_EQ(devices.size(), 1U);
