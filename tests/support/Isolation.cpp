@@ -8,6 +8,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 
 namespace {
@@ -33,20 +34,40 @@ bool enterNamespaces() {
     return unshare(CLONE_NEWUSER | kNamespaces) == 0 && mapIdentity(user, group);
 }
 
-bool raiseLoopback() {
+bool isolated = false;
+
+bool setLoopback(int flags) {
     const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (socket < 0)
         return false;
     ifreq request{};
     std::strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
-    request.ifr_flags = IFF_UP | IFF_RUNNING;
-    const bool up = ioctl(socket, SIOCSIFFLAGS, &request) == 0;
+    request.ifr_flags = static_cast<short>(flags);
+    const bool done = ioctl(socket, SIOCSIFFLAGS, &request) == 0;
     close(socket);
-    return up;
+    return done;
+}
+
+bool raiseLoopback() {
+    return setLoopback(IFF_UP | IFF_RUNNING);
 }
 
 }  // namespace
 
 bool isolateFromMachine() {
-    return enterNamespaces() && raiseLoopback();
+    isolated = enterNamespaces() && raiseLoopback();
+    return isolated;
+}
+
+bool isIsolated() {
+    return isolated;
+}
+
+PulledCable::PulledCable() {
+    if (!isolated || !setLoopback(0))
+        throw std::runtime_error("There is no link of our own");
+}
+
+PulledCable::~PulledCable() {
+    raiseLoopback();
 }

@@ -5,3 +5,17 @@
 /// main(), before there are threads. False when the kernel does not allow it: tests then rely on
 /// ctest's resource lock.
 bool isolateFromMachine();
+
+/// The link of an isolated process, and its children, to itself: while it lives nothing passes over
+/// TCP, and nobody is told. Throws std::runtime_error when the process is not isolated.
+class PulledCable {
+public:
+    PulledCable();
+    /// Plugs it in again.
+    ~PulledCable();
+    PulledCable(const PulledCable&) = delete;
+    PulledCable& operator=(const PulledCable&) = delete;
+};
+
+/// Whether isolateFromMachine() has succeeded.
+bool isIsolated();
