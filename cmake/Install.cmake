@@ -14,3 +14,8 @@ install(DIRECTORY devices DESTINATION "${VESK_INSTALL_DATA}" FILES_MATCHING PATT
 install(DIRECTORY examples/rooms DESTINATION "${VESK_INSTALL_DATA}")
 install(FILES LICENSE README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(DIRECTORY docs DESTINATION "${CMAKE_INSTALL_DOCDIR}" FILES_MATCHING PATTERN "*.md")
+install(FILES man/vesk-calibrate.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+install(FILES completions/vesk-calibrate.bash
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+    RENAME vesk-calibrate
+)

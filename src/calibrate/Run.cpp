@@ -200,6 +200,7 @@ void finish(Calibrator& calibrator, Placement& placement, const RunOptions& opti
             calibrator.verify();
         } catch (const VerificationFailed& failure) {
             report::write(calibrator.calibration(), *options.folder);
+            calibrator.keepFilter();
             tellResult(calibrator, options, false, narrator);
             throw VerificationFailed(std::string(failure.what()) + " The filter stays in slot " +
                                      std::to_string(calibrator.slot()) +

@@ -212,10 +212,8 @@ void Calibrator::conclude() {
         if (verification.verdict == Verdict::unusable)
             problems += (problems.empty() ? "" : " ") + verification.text;
     }
-    if (!problems.empty()) {
-        state_.keepFilter();
+    if (!problems.empty())
         throw VerificationFailed(problems);
-    }
 }
 
 }  // namespace calibrate::run

@@ -13,7 +13,7 @@
 
 namespace calibrate::run {
 
-/// The calibration came to its end, and a speaker is not as it should be. The report is written.
+/// The calibration came to its end, and a speaker is not as it should be.
 class VerificationFailed : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -39,6 +39,8 @@ public:
     void verify();
     /// What the device uses now stays in use.
     void commit() { state_.keep(); }
+    /// The filter stays stored, but what the device used before comes back.
+    void keepFilter() { state_.keepFilter(); }
 
     const DeviceProfile& profile() const { return profile_; }
     int slot() const { return slot_; }

@@ -60,9 +60,9 @@ bool isUsable(const LogSweepInfo& info) {
     const auto to = static_cast<double>(info.end_frequency());
     const bool rates = rate >= 1'000 && rate <= 1e6;
     const bool range = from > 0 && to > 2 * from && to <= rate / 2;
-    return rates && range && info.num_periods() == 1 && period(info) >= kShortestSweep &&
-           period(info) <= kLongestSweep && info.length() >= 2 &&
-           std::isfinite(info.fade_out_tail()) && info.fade_out_tail() < to - from;
+    return rates && range && info.num_periods() == 1 && info.length() / rate >= kShortestSweep &&
+           period(info) <= kLongestSweep && std::isfinite(info.fade_out_tail()) &&
+           info.fade_out_tail() < to - from;
 }
 
 measurement::LogSweep toSweep(const LogSweepInfo& info) {

@@ -273,8 +273,9 @@ void PositionMeasurement::tellResults(const std::string& place,
         Json details = json(result);
         details["place"] = place;
         narrator_.tell("measured", "", details);
-        if (result.checks.worst() == Verdict::poor)
-            narrator_.warn(result.checks.summary());
+        const auto& text = result.checks.summary();
+        if (result.checks.worst() == Verdict::poor && warned_.insert(text).second)
+            narrator_.warn(text);
     }
 }
 

@@ -7,6 +7,8 @@
 #include "calibrate/run/SweepSeparation.h"
 
 #include <optional>
+#include <set>
+#include <string>
 #include <vector>
 
 namespace calibrate::run {
@@ -62,6 +64,7 @@ private:
     const bool isGainGiven_;
     const measurement::MicrophoneCalibration* const microphone_;
     Narrator& narrator_;
+    std::set<std::string> warned_;
     std::vector<double> silence_;  // of the last position
     double arrival_{0};  // s from the last recording's start until its first sweep is heard
 };

@@ -146,6 +146,13 @@ std::vector<std::string> EndpointDouble::calls() const {
     return calls_;
 }
 
+std::string EndpointDouble::lastCallOf(const std::set<std::string>& methods) const {
+    const auto all = calls();
+    const auto last = std::find_if(all.rbegin(), all.rend(),
+                                   [&](const auto& call) { return methods.count(call) > 0; });
+    return last == all.rend() ? "" : *last;
+}
+
 int EndpointDouble::callsOf(const std::string& method) const {
     const auto all = calls();
     return static_cast<int>(std::count(all.begin(), all.end(), method));
@@ -213,6 +220,12 @@ grpc::Status EndpointDouble::GetPinkNoiseInfo(Context*, const VariantId* request
 grpc::Status EndpointDouble::GetLogSweepInfo(Context*, const VariantId* request,
                                              LogSweepInfo* reply) {
     ENTER("GetLogSweepInfo");
+    if (!sweeps.empty()) {
+        if (!isIndexOf(request->id(), sweeps))
+            return invalid("Invalid variant id.");
+        *reply = sweeps[static_cast<std::size_t>(request->id())];
+        return kOk;
+    }
     if (request->id() < 0 || request->id() >= kVariants)
         return invalid("Invalid variant id.");
     const bool full = request->id() == 0;
@@ -357,11 +370,11 @@ grpc::Status EndpointDouble::BeginFilterTransfer(Context*, const SlotInfo* reque
 
 grpc::Status EndpointDouble::SetTransferCell(Context*, const CellIndex* request, Void*) {
     ENTER("SetTransferCell");
-    if (request->section() != 5 || request->input_channel() != request->output_channel() ||
-        request->input_channel() >= speakers.size())
+    if (request->section() == 5 && (request->input_channel() != request->output_channel() ||
+                                    request->input_channel() >= speakers.size()))
         return invalid("Input channel index out of range");
     const std::lock_guard lock(mutex_);
-    transferCell_ = request->input_channel();
+    transferCell_ = *request;
     return kOk;
 }
 
@@ -369,7 +382,33 @@ grpc::Status EndpointDouble::SetCellFIIR(Context*, const FIIR* request, Void*) {
     ENTER("SetCellFIIR");
     const std::lock_guard lock(mutex_);
     const auto& taps = request->fir().taps();
-    transfer_.taps[{transferCell_, request->info().variant()}].assign(taps.begin(), taps.end());
+    const auto& biquads = request->iir().biquads();
+    const std::pair cell(transferCell_.input_channel(), request->info().variant());
+    transfer_.taps[cell].assign(taps.begin(), taps.end());
+    transfer_.sections[cell].assign(biquads.begin(), biquads.end());
+    return kOk;
+}
+
+grpc::Status EndpointDouble::SetCellIIR(Context*, const IIR* request, Void*) {
+    ENTER("SetCellIIR");
+    const std::lock_guard lock(mutex_);
+    transfer_.bassFilters[{transferCell_.section(), transferCell_.input_channel(),
+                           transferCell_.output_channel(), request->info().variant()}] = *request;
+    return kOk;
+}
+
+grpc::Status EndpointDouble::SetCellDelayGain(Context*, const DelayGain* request, Void*) {
+    ENTER("SetCellDelayGain");
+    const std::lock_guard lock(mutex_);
+    transfer_.bassDelays[{transferCell_.section(), transferCell_.input_channel(),
+                          transferCell_.output_channel(), request->info().variant()}] = *request;
+    return kOk;
+}
+
+grpc::Status EndpointDouble::SetInputGainDelay(Context*, const GainDelay* request, Void*) {
+    ENTER("SetInputGainDelay");
+    const std::lock_guard lock(mutex_);
+    transfer_.alignment[request->input()] = *request;
     return kOk;
 }
 

@@ -3,6 +3,7 @@
 #include <endpoint.grpc.pb.h>
 #include <grpcpp/server.h>
 
+#include <array>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -31,6 +32,7 @@ public:
     std::vector<dio::endpoint::SpeakerInfo> speakers;
     std::vector<std::string> microphones{"Microphone"};
     std::vector<dio::endpoint::FIIRInfo> variants;
+    std::vector<dio::endpoint::LogSweepInfo> sweeps;  ///< empty: two at `sampleRate`
     bool keepsCorrectionOff{false};  ///< as a device whose configuration forbids it
     bool keepsSpeakerGain{false};    ///< as a device whose volume is fixed
     float sampleRate{48000};         ///< of the stimuli and of the microphone, Hz
@@ -75,6 +77,13 @@ public:
         dio::endpoint::SlotInfo info;
         /// Taps by speaker and variant.
         std::map<std::pair<unsigned, unsigned>, std::vector<float>> taps;
+        /// The same for the sections in parallel.
+        std::map<std::pair<unsigned, unsigned>, std::vector<dio::endpoint::Biquad>> sections;
+        /// Alignment by speaker.
+        std::map<int, dio::endpoint::GainDelay> alignment;
+        /// By section, input, output and variant.
+        std::map<std::array<unsigned, 4>, dio::endpoint::IIR> bassFilters;
+        std::map<std::array<unsigned, 4>, dio::endpoint::DelayGain> bassDelays;
     };
     std::map<int, Design> stored() const;
     void store(int slot, const std::string& name, std::int64_t creationTime);
@@ -95,6 +104,8 @@ public:
     bool awaitCancelledCalls(int count);
     std::vector<std::string> calls() const;
     int callsOf(const std::string& method) const;
+    /// The last call of one of these methods; empty: there was none.
+    std::string lastCallOf(const std::set<std::string>& methods) const;
 
 private:
     using Void = dio::endpoint::Void;
@@ -143,6 +154,9 @@ private:
     grpc::Status BeginFilterTransfer(Context*, const dio::endpoint::SlotInfo*, Void*) override;
     grpc::Status SetTransferCell(Context*, const dio::endpoint::CellIndex*, Void*) override;
     grpc::Status SetCellFIIR(Context*, const dio::endpoint::FIIR*, Void*) override;
+    grpc::Status SetCellIIR(Context*, const dio::endpoint::IIR*, Void*) override;
+    grpc::Status SetCellDelayGain(Context*, const dio::endpoint::DelayGain*, Void*) override;
+    grpc::Status SetInputGainDelay(Context*, const dio::endpoint::GainDelay*, Void*) override;
     grpc::Status EndFilterTransfer(Context*, const Index*,
                                    Writer<dio::endpoint::Progress>*) override;
     grpc::Status UpdateSlotInfo(Context*, const dio::endpoint::SlotInfoUpdate*, Void*) override;
@@ -169,7 +183,7 @@ private:
     std::map<std::string, Fault> faults_;
     std::map<int, Design> stored_;
     Design transfer_;
-    unsigned transferCell_{0};
+    dio::endpoint::CellIndex transferCell_;
     int activeSlot_{-1};
     dio::endpoint::OperationMode mode_;
     Gains gains_;
