@@ -2,15 +2,16 @@
 
 #include "platform/Log.h"
 #include "platform/alsa/Pcm.h"
-#include "platform/alsa/XrunCounter.h"
+#include "platform/alsa/XrunLog.h"
 
 #include <algorithm>
+#include <atomic>
 #include <optional>
 
 using platform::AlsaError;
 using platform::logger;
 using platform::Pcm;
-using platform::XrunCounter;
+using platform::XrunLog;
 
 namespace {
 
@@ -37,11 +38,11 @@ public:
           sizes_{std::clamp<snd_pcm_uframes_t>(framesIn(periodMilliseconds, sampleRate), 1,
                                                kLongestPeriod),
                  framesIn(bufferMilliseconds, sampleRate)},
-          overruns_(name_, "overrun") {}
+          log_('"' + name_ + '"', "overrun") {}
 
     int bytesPerSample() const { return std::max(snd_pcm_format_physical_width(format_), 0) / 8; }
     int channels() const { return static_cast<int>(channels_); }
-    std::uint64_t overruns() const { return overruns_.total(); }
+    std::uint64_t overruns() const { return overruns_; }
 
     void open() {
         pcm_.reset();
@@ -99,7 +100,7 @@ private:
 
     void recover(int error) {
         if (error == -EPIPE)
-            overruns_.count();
+            log_.report(++overruns_);
         pcm_->recover(error, "record");
     }
 
@@ -108,7 +109,8 @@ private:
     const unsigned channels_;
     const snd_pcm_format_t format_;
     const Pcm::Sizes sizes_;
-    XrunCounter overruns_;
+    XrunLog log_;
+    std::atomic<std::uint64_t> overruns_{0};
     std::optional<Pcm> pcm_;     // none: not open
     snd_pcm_uframes_t wake_{0};  // frames; 0: not yet set
 };

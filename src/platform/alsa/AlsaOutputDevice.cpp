@@ -21,10 +21,7 @@ snd_pcm_uframes_t mostInDevice(unsigned rate) {
 
 AlsaOutputDevice::AlsaOutputDevice(const std::string& name, const AudioFormat& format,
                                    const WakeEvent& interrupt)
-    : pcm_(name, SND_PCM_STREAM_PLAYBACK),
-      interrupt_(interrupt),
-      channels_(format.channels),
-      underruns_(name, "underrun") {
+    : pcm_(name, SND_PCM_STREAM_PLAYBACK), interrupt_(interrupt), channels_(format.channels) {
     const snd_pcm_uframes_t wanted = mostInDevice(format.rate) / kPeriod * kPeriod;
     const snd_pcm_format_t able = pcm_.configure(convertibleFormats(), format.rate, format.channels,
                                                  {kPeriod, std::max(wanted, 2 * kPeriod)});
@@ -106,7 +103,7 @@ bool AlsaOutputDevice::drain() {
 
 void AlsaOutputDevice::recover(int error) {
     if (error == -EPIPE)
-        underruns_.count();
+        ++underruns_;
     pcm_.recover(error, "play");
 }
 

@@ -2,10 +2,11 @@
 
 #include "platform/alsa/Pcm.h"
 #include "platform/alsa/SampleConversion.h"
-#include "platform/alsa/XrunCounter.h"
 #include "platform/player/AudioOutput.h"
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
@@ -14,6 +15,8 @@ namespace platform {
 
 /// An ALSA playback device. It takes 32-bit samples and converts them to the best format that the
 /// device can: S32_LE, S24_3LE, FLOAT_LE or S16_LE. At most smt::kMostInDevice of audio lie in it.
+///
+/// While nothing fails it neither allocates nor waits for a lock; an underrun is no failure.
 class AlsaOutputDevice : public AudioOutput {
 public:
     /// Opens the device. A signalled `interrupt`, which must outlive the object, ends every wait.
@@ -24,7 +27,7 @@ public:
 
     bool write(std::span<const std::int32_t> samples) override;
     bool drain() override;
-    std::uint64_t underruns() const override { return underruns_.total(); }
+    std::uint64_t underruns() const override { return underruns_; }
 
 private:
     snd_pcm_uframes_t room();
@@ -35,7 +38,7 @@ private:
     Pcm pcm_;
     const WakeEvent& interrupt_;
     const unsigned channels_;
-    XrunCounter underruns_;
+    std::atomic<std::uint64_t> underruns_{0};
     snd_pcm_uframes_t most_{0};  // frames that may lie in the device
     std::size_t frameSize_{0};   // bytes
     SampleConverter convert_{nullptr};

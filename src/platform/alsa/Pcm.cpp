@@ -185,7 +185,8 @@ void Pcm::recover(int error, const char* action) const {
         check(error, action);
     patience();
     // A suspended device is set up anew instead of resumed: its buffer is old by then.
-    check(snd_pcm_prepare(get()), std::string("be made ready again to ") + action);
+    if (const int result = snd_pcm_prepare(get()); result < 0)
+        check(result, std::string("be made ready again to ") + action);
 }
 
 }  // namespace platform

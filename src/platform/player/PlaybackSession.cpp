@@ -24,6 +24,7 @@ void PlaybackSession::run() {
     while (!surroundings_.interrupt.isSignalled() && !isDone()) {
         progress_.clear();
         step();
+        underrunLog_.report(underruns());
         surroundings_.onProgress();
         if (!busy_)
             wait();

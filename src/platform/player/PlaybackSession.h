@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/WakeEvent.h"
+#include "platform/alsa/XrunLog.h"
 #include "platform/player/AudioOutput.h"
 #include "platform/player/AudioPipeline.h"
 #include "platform/player/AudioProcessor.h"
@@ -53,6 +54,8 @@ private:
     std::unique_ptr<AudioPipeline> pipeline_;
     std::uint64_t framesBefore_{0};     // of pipelines that are closed
     std::uint64_t underrunsBefore_{0};  // of pipelines that are closed
+    // Here, because the audio thread must not wait for a log.
+    XrunLog underrunLog_{"Playback", "underrun"};
     std::vector<std::int32_t> piece_;
     bool busy_{false};  // the last step has found something to do
 };

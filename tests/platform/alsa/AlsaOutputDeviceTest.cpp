@@ -216,6 +216,5 @@ TEST_F(AlsaOutputDeviceTest, UnderrunsAreCountedAndRecovered) {
     const AlsaRoom alsa(files);
     AlsaOutputDevice device("room", {48000, 1}, interrupt);
     EXPECT_TRUE(eventually([&] { return device.write(noise(256)) && device.underruns() >= 3; }));
-    EXPECT_TRUE(log.contains("WARN \"room\": underrun number 1"));
-    EXPECT_TRUE(log.contains("WARN \"room\": underrun number 2"));
+    EXPECT_TRUE(log.lines().empty()) << "the audio thread must not wait for a log";
 }

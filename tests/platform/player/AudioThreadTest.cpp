@@ -2,8 +2,10 @@
 
 #include "platform/PlatformPaths.h"
 #include "platform/alsa/AlsaConfiguration.h"
+#include "platform/alsa/FaultyDevices.h"
 #include "platform/cm/Tree.h"
 #include "platform/player/Player.h"
+#include "platform/player/PlayerStatistics.h"
 #include "platform/player/SoundFile.h"
 #include "support/Eventually.h"
 
@@ -93,14 +95,17 @@ private:
     std::size_t place_{0};
 };
 
-void playThrough(std::unique_ptr<platform::AudioProcessor> processor,
-                 const std::filesystem::path& file) {
+/// Gives the number of underruns.
+qint64 playThrough(std::unique_ptr<platform::AudioProcessor> processor,
+                   const std::filesystem::path& file, const char* device = "recorder") {
     const auto tree = std::make_shared<platform::Tree>();
     tree->provide({platform::playerDataPath(), VeskValue()});
     tree->provide({platform::playerStatisticsPath(), VeskValue()});
-    platform::Player player(tree, QStringLiteral("recorder"), std::move(processor));
+    platform::Player player(tree, QString::fromLatin1(device), std::move(processor));
     player.play(platform::fileRoles(QString::fromStdString(file.string())), false);
     EXPECT_TRUE(eventually([&] { return player.data().state() == VeskPlayLogicState::Stopped; }));
+    const VeskValue statistics = *tree->read(platform::playerStatisticsPath());
+    return platform::PlayerStatistics(statistics.hash()).underruns();
 }
 
 class AudioThreadTest : public testing::Test {
@@ -134,6 +139,17 @@ TEST_F(AudioThreadTest, TheProcessorIsPreparedInAnotherThread) {
 
 TEST_F(AudioThreadTest, NothingIsAllocatedBetweenBlocks) {
     EXPECT_GT(seen.blocks, 100U);
+    EXPECT_EQ(seen.allocationsAtLast, seen.allocationsAtFirst);
+}
+
+TEST(AudioUnderrunTest, NothingIsAllocatedWhenTheDeviceRunsDry) {
+    const AlsaConfiguration faulty(faultyDevices());
+    const auto file = faulty.scratch() / "sound.wav";
+    writeSoundFile<std::int32_t>(file, Samples(100'000), 2);
+    Observations seen;
+    const auto underruns = playThrough(std::make_unique<Inverter>(&seen), file, "xrunning");
+    EXPECT_GE(underruns, 8);
+    EXPECT_EQ(seen.samples, 100'000U);
     EXPECT_EQ(seen.allocationsAtLast, seen.allocationsAtFirst);
 }
 
