@@ -5,6 +5,7 @@
 #include "modules/dirac/StimulusGenerators.h"
 #include "platform/PlatformPaths.h"
 #include "platform/endpoint/FreezableRelay.h"
+#include "platform/services/PowerManager.h"
 #include "roomsim/AlsaPcm.h"
 #include "sdk/cm/VeskPaths.h"
 #include "sdk/player/PlayLogicInterface.h"
@@ -70,6 +71,44 @@ protected:
         return PlayLogicInterface::playerInstance()->data().state();
     }
     static bool playerIsStopped() { return playerState() == VeskPlayLogicState::Stopped; }
+    /// A slot with a filter, chosen and on in the segment.
+    void activateFilter() {
+        transferFir(1, "Sofa", {0.5F}, 1);
+        activate(1);
+        OperationMode mode;
+        mode.set_filtering(true);
+        ask(&Stub::SetOperationMode, mode);
+        ASSERT_TRUE(eventually([] { return image().bypass == 0; }));
+        settle();
+    }
+
+    /// Nothing is left of a measurement.
+    static void expectAllAsBefore() {
+        EXPECT_TRUE(eventually([] { return playerIsStopped(); }));
+        EXPECT_TRUE(eventually([] { return !subMixIsDisabled(); }));
+        EXPECT_TRUE(eventually(microphoneIsFree));
+        EXPECT_TRUE(eventually([] { return image().bypass == 0; })) << "the filter is on";
+        EXPECT_TRUE(eventually([] { return runtimeSlots() == settings(); }));
+    }
+
+    static bool microphoneIsFree() {
+        return platform::PowerManagerResources(valueAt(platform::powerManagerResourcesPath()))
+            .holders()
+            .isEmpty();
+    }
+
+    /// Has the device replace its server, and waits for the new one.
+    void restartServer() {
+        VeskDiracConfig config = valueAt(VeskDiracConfigPath()).diracConfig();
+        config.setNumberOfSlots(config.numberOfSlots() + 1);
+        write(VeskDiracConfigPath(), VeskValue::of(config));
+        ASSERT_TRUE(eventually([this, &config] {
+            dio::endpoint::DeviceInfo info;
+            return call(&Stub::GetDeviceInfo, Void(), &info).ok() &&
+                   info.num_slots() == config.numberOfSlots();
+        }));
+    }
+
     static bool subMixIsDisabled() { return valueAt(platform::subMixDisabledPath()).bool_(); }
 
 private:
@@ -232,6 +271,91 @@ TEST_F(RoomMeasurementTest, DoesNotPlayNoiseFasterThanItSoundsWhenTheStreamCanno
     EXPECT_TRUE(logged("ERROR Failed to initalize smt Sender"));
     playback->cancel();
     playback->finish();
+}
+
+TEST_F(RoomMeasurementTest, ARecordingThatThePlayersStopEndsLeavesAllAsBefore) {
+    enter(measuredRoom(2), {{1.0F}, {1.0F}});
+    startDevice();
+    activateFilter();
+    prepare(noiseThrough({0}));
+    const auto recording = startRecording();
+    AudioBuffers message;
+    ASSERT_TRUE(recording->next(&message));
+    ASSERT_TRUE(eventually([] { return playerState() == VeskPlayLogicState::Playing; }));
+    EXPECT_EQ(image().bypass, 1U);
+    EXPECT_FALSE(microphoneIsFree());
+    PlayLogicInterface::playerInstance()->stop(VeskPlayLogicStopReason::UserRequested);
+    EXPECT_EQ(recording->finish(), "OK");
+    expectAllAsBefore();
+}
+
+TEST_F(RoomMeasurementTest, ARecordingWithMissingDevicesEndsAndLeavesAllAsBefore) {
+    description.playbackDeviceName = QStringLiteral("no such device");
+    description.micDeviceName = QStringLiteral("no such device");
+    startDevice();
+    activateFilter();
+    prepare(noiseThrough({0}));
+    const auto recording = startRecording();
+    AudioBuffers message;
+    EXPECT_FALSE(recording->next(&message));
+    EXPECT_EQ(recording->finish(), "OK");
+    expectAllAsBefore();
+}
+
+TEST_F(RoomMeasurementTest, ARecordingWithBusyDevicesEndsAndLeavesAllAsBefore) {
+    enter(measuredRoom(2), {{1.0F}, {1.0F}});
+    const AlsaPcm player(SND_PCM_STREAM_PLAYBACK, {2});
+    const AlsaPcm recorder(SND_PCM_STREAM_CAPTURE, {1});
+    startDevice();
+    activateFilter();
+    prepare(noiseThrough({0}));
+    const auto recording = startRecording();
+    AudioBuffers message;
+    EXPECT_FALSE(recording->next(&message));
+    EXPECT_EQ(recording->finish(), "OK");
+    expectAllAsBefore();
+}
+
+TEST_F(RoomMeasurementTest, AServerThatIsRestartedDuringEachKindOfStreamServesTheNext) {
+    enter(measuredRoom(2), {{1.0F}, {1.0F}});
+    startDevice();
+    activateFilter();
+    {
+        prepare(noiseThrough({0}));
+        const auto playback = startStimuli();
+        ASSERT_TRUE(eventually([] { return playerState() == VeskPlayLogicState::Playing; }));
+        restartServer();
+        EXPECT_NE(playback->finish(), "OK");
+        expectAllAsBefore();
+    }
+    {
+        prepare(noiseThrough({0}));
+        const auto recording = startRecording();
+        AudioBuffers message;
+        ASSERT_TRUE(recording->next(&message));
+        restartServer();
+        EXPECT_NE(recording->finish(), "OK");
+        expectAllAsBefore();
+    }
+    {
+        StreamingClient streaming;
+        AudioBuffers message;
+        ASSERT_TRUE(streaming.next(&message));
+        restartServer();
+        streaming.finish();
+        expectAllAsBefore();
+    }
+    for (int client = 0; client < 2; ++client) {
+        grpc::ClientContext context;
+        const auto notifications = stub().Notifications(&context);
+        NotificationInfo message;
+        ASSERT_TRUE(notifications->Read(&message));
+        restartServer();
+        while (notifications->Read(&message)) {
+        }
+        EXPECT_FALSE(notifications->Finish().ok());
+    }
+    expectAllAsBefore();
 }
 
 TEST_F(RoomMeasurementTest, StopsTheServerWhileNoiseSounds) {
