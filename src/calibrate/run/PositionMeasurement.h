@@ -53,7 +53,7 @@ private:
                                               const std::vector<double>& silence,
                                               const std::vector<std::size_t>& speakers);
     report::SweepResult evaluateOne(SeparatedSweep part, const std::vector<double>& silence,
-                                    const std::string& speaker) const;
+                                    const DeviceProfile::Speaker& speaker) const;
     void checkNoise(const std::vector<double>& silence);
     void tellResults(const std::string& place, const std::vector<report::SweepResult>& results);
 
