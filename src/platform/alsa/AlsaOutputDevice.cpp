@@ -1,5 +1,6 @@
 #include "platform/alsa/AlsaOutputDevice.h"
 
+#include "platform/Log.h"
 #include "platform/smt/FlowControl.h"
 
 #include <algorithm>
@@ -28,10 +29,20 @@ AlsaOutputDevice::AlsaOutputDevice(const std::string& name, const AudioFormat& f
     // A device that insists on a larger buffer is filled in part.
     const snd_pcm_uframes_t bound = std::max(mostInDevice(format.rate), 2 * pcm_.period());
     most_ = std::min(bound, pcm_.buffer());
+    warnOfLongPeriods(format.rate);
     pcm_.setThresholds(most_, pcm_.buffer() - most_ + pcm_.period());
     frameSize_ = static_cast<std::size_t>(snd_pcm_format_physical_width(able)) / 8 * channels_;
     convert_ = converterTo(able);
     block_.resize(pcm_.period() * frameSize_);
+}
+
+/// It plays nevertheless, but its sound comes later than whoever sends it expects.
+void AlsaOutputDevice::warnOfLongPeriods(unsigned rate) const {
+    if (most_ <= mostInDevice(rate))
+        return;
+    LOG4CPLUS_WARN(logger, "\"" << pcm_.name() << "\": holds " << most_ * 1000 / rate
+                                << " ms of audio, more than " << smt::kMostInDevice.count()
+                                << " ms, because its periods have " << pcm_.period() << " frames");
 }
 
 bool AlsaOutputDevice::write(std::span<const std::int32_t> samples) {

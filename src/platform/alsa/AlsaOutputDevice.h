@@ -14,7 +14,8 @@
 namespace platform {
 
 /// An ALSA playback device. It takes 32-bit samples and converts them to the best format that the
-/// device can: S32_LE, S24_3LE, FLOAT_LE or S16_LE. At most smt::kMostInDevice of audio lie in it.
+/// device can: S32_LE, S24_3LE, FLOAT_LE or S16_LE. At most smt::kMostInDevice of audio lie in it,
+/// or two of its periods, with a warning, where these are longer.
 ///
 /// While nothing fails it neither allocates nor waits for a lock; an underrun is no failure.
 class AlsaOutputDevice : public AudioOutput {
@@ -30,6 +31,7 @@ public:
     std::uint64_t underruns() const override { return underruns_; }
 
 private:
+    void warnOfLongPeriods(unsigned rate) const;
     snd_pcm_uframes_t room();
     void awaitRoom();
     void writeSome(const std::byte* bytes, snd_pcm_uframes_t frames, snd_pcm_uframes_t* done);

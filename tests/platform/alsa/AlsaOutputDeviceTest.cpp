@@ -208,6 +208,21 @@ TEST_F(AlsaOutputDeviceTest, ASuspendedDeviceGoesOn) {
     EXPECT_EQ(device.underruns(), 0U);
 }
 
+TEST_F(AlsaOutputDeviceTest, LongPeriodsAreUsedWithAWarning) {
+    const AlsaConfiguration faulty(faultyDevices());
+    AlsaOutputDevice device("coarse", {48000, 2}, interrupt);
+    EXPECT_THAT(log.lines(), testing::ElementsAre("WARN \"coarse\": holds 170 ms of audio, more "
+                                                  "than 100 ms, because its periods have 4096 "
+                                                  "frames"));
+    EXPECT_TRUE(device.write(noise(100'000)));
+}
+
+TEST_F(AlsaOutputDeviceTest, PeriodsThatFitAreUsedWithoutAWarning) {
+    const AlsaConfiguration faulty(faultyDevices());
+    const AlsaOutputDevice device("coarse", {96000, 2}, interrupt);
+    EXPECT_TRUE(log.lines().empty());
+}
+
 TEST_F(AlsaOutputDeviceTest, UnderrunsAreCountedAndRecovered) {
     nlohmann::json fast = room(1);
     fast["pace"] = 1000;

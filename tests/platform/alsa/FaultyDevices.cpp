@@ -132,6 +132,7 @@ int open(snd_pcm_t** pcm, const char* name, const std::string& fault, snd_pcm_st
     snd_pcm_ioplug_set_param_list(&io, SND_PCM_IOPLUG_HW_FORMAT, 1, format.data());
     snd_pcm_ioplug_set_param_minmax(&io, SND_PCM_IOPLUG_HW_RATE, 8000, 192'000);
     snd_pcm_ioplug_set_param_minmax(&io, SND_PCM_IOPLUG_HW_CHANNELS, 1, 2);
+    snd_pcm_ioplug_set_param_minmax(&io, SND_PCM_IOPLUG_HW_PERIODS, 2, 64);
     if (fault == "coarse")  // for 2 channels
         snd_pcm_ioplug_set_param_minmax(&io, SND_PCM_IOPLUG_HW_PERIOD_BYTES, kCoarsePeriod * 8,
                                         kCoarsePeriod * 8);
