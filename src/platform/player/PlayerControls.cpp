@@ -11,32 +11,30 @@
 
 #include <QDir>
 
+#include <functional>
 #include <stdexcept>
+#include <utility>
 
 namespace platform {
 
-class PlayerControls::Worker : public CMNodesWorker {
+namespace {
+
+void serve(CMNodesWorker* worker, const CMPath& path,
+           std::function<void(const CMSetDataRequest& request)> action) {
+    CMActivateNode::create(worker->nodes(), path, worker, std::move(action), Qt::DirectConnection);
+}
+
+}  // namespace
+
+class PlayerControls::Actions : public CMNodesWorker {
 public:
-    explicit Worker(PlayLogicInterface& player)
+    explicit Actions(PlayLogicInterface& player)
         : CMNodesWorker({}, QStringLiteral("Player")), player_(player) {
-        serve(playerPlayFilePath(), &Worker::playFile);
-        serve(playerStopPath(), &Worker::stop);
-        serve(VeskStreamerDefaultPrefixPath() + VeskStreamerAttributesDisableSubMix(),
-              &Worker::disableSubMix);
-        subMixDisabledNode_->setValue(VeskValue::ofBool(false));
-        makeReadOnly(subMixDisabledNode_);
+        serve(this, playerPlayFilePath(), [this](const auto& request) { playFile(request); });
+        serve(this, playerStopPath(), [this](const auto& request) { stop(request); });
     }
 
 private:
-    using Action = void (Worker::*)(const CMSetDataRequest& request);
-
-    void serve(const CMPath& path, Action action) {
-        CMActivateNode::create(
-            nodes(), path, this,
-            [this, action](const CMSetDataRequest& request) { (this->*action)(request); },
-            Qt::DirectConnection);
-    }
-
     void playFile(const CMSetDataRequest& request) {
         const QString path = PlayFileRequest(request.value().hash()).path();
         try {
@@ -57,22 +55,38 @@ private:
         request.reply().setValue(true);
     }
 
+    PlayLogicInterface& player_;
+};
+
+/// A thread apart from the actions': a playback waits for its answer, and must not wait for a file
+/// on a slow disk.
+class PlayerControls::SubMix : public CMNodesWorker {
+public:
+    SubMix() : CMNodesWorker({}, QStringLiteral("Streamer")) {
+        serve(this, VeskStreamerDefaultPrefixPath() + VeskStreamerAttributesDisableSubMix(),
+              [this](const auto& request) { disable(request); });
+        disabledNode_->setValue(VeskValue::ofBool(false));
+        makeReadOnly(disabledNode_);
+    }
+
+private:
     /// There is nothing to mix in: the state is kept for those who look at it.
-    void disableSubMix(const CMSetDataRequest& request) {
+    void disable(const CMSetDataRequest& request) {
         if (!request.value().contains(VeskValue::Bool()))
             return request.reply().setError(CMError(QStringLiteral("InvalidArgument"),
                                                     QStringLiteral("True or false is needed")));
-        subMixDisabledNode_->setValue(VeskValue::ofBool(request.value().bool_()));
+        disabledNode_->setValue(VeskValue::ofBool(request.value().bool_()));
         request.reply().setValue(true);
     }
 
-    PlayLogicInterface& player_;
-    CMValueNode* const subMixDisabledNode_{CMValueNode::create(nodes(), subMixDisabledPath())};
+    CMValueNode* const disabledNode_{CMValueNode::create(nodes(), subMixDisabledPath())};
 };
 
 PlayerControls::PlayerControls(PlayLogicInterface& player)
-    : thread_(std::make_unique<ServiceThread<Worker>>(QStringLiteral("PlayerControls"),
-                                                      [&player] { return Worker(player); })) {
+    : actions_(std::make_unique<ServiceThread<Actions>>(QStringLiteral("PlayerActions"),
+                                                        [&player] { return Actions(player); })),
+      subMix_(std::make_unique<ServiceThread<SubMix>>(QStringLiteral("SubMix"),
+                                                      [] { return SubMix(); })) {
 }
 
 PlayerControls::~PlayerControls() = default;

@@ -20,20 +20,22 @@ public:
 };
 
 /// What the tree offers beside the player's data: the player's actions, and the sub-mix of the
-/// streamer that it plays through. A worker with a thread of its own.
+/// streamer that it plays through. Two workers, each with a thread of its own.
 ///
 /// playerPlayFilePath() answers when the file plays next, or with the error "CannotPlay".
 class PlayerControls {
 public:
-    /// The worker's nodes are in the tree when this returns. Tree and player outlive the object.
+    /// The workers' nodes are in the tree when this returns. Tree and player outlive the object.
     explicit PlayerControls(PlayLogicInterface& player);
     ~PlayerControls();
     PlayerControls(const PlayerControls&) = delete;
     PlayerControls& operator=(const PlayerControls&) = delete;
 
 private:
-    class Worker;
-    const std::unique_ptr<ServiceThread<Worker>> thread_;
+    class Actions;
+    class SubMix;
+    const std::unique_ptr<ServiceThread<Actions>> actions_;
+    const std::unique_ptr<ServiceThread<SubMix>> subMix_;
 };
 
 }  // namespace platform

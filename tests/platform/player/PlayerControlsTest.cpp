@@ -1,5 +1,6 @@
 #include "platform/Platform.h"
 #include "platform/PlatformPaths.h"
+#include "platform/cm/CurrentTree.h"
 #include "platform/cm/Tree.h"
 #include "platform/player/PlayerControls.h"
 #include "platform/player/PlayerStatistics.h"
@@ -12,6 +13,8 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <latch>
 #include <vector>
 
 using platform::PlayFileRequest;
@@ -19,23 +22,52 @@ using testing::HasSubstr;
 
 namespace {
 
+CMReply<QVariant> begin(const CMPath& path, const VeskHash& arguments) {
+    auto reply = CMReply<QVariant>::create();
+    CMRoot()->invoke(path, arguments, reply);
+    return reply;
+}
+
+CMReply<QVariant> beginPlaying(const std::string& path) {
+    PlayFileRequest request;
+    request.setPath(QString::fromStdString(path));
+    return begin(platform::playerPlayFilePath(), request);
+}
+
+CMPath disableSubMixPath() {
+    return VeskStreamerDefaultPrefixPath() + VeskStreamerAttributesDisableSubMix();
+}
+
+/// Keeps whoever calls it waiting until it is released.
+class BusyPlayer : public PlayLogicInterface {
+public:
+    void release() { released_.count_down(); }
+    bool isAsked() const { return asked_; }
+
+    CMPath dataPath() const override { return platform::playerDataPath(); }
+    VeskPlayLogicData data() const override { return {}; }
+    void play(const VeskRoles& /*roles*/, bool /*enqueue*/) override {
+        asked_ = true;
+        released_.wait();
+    }
+    void stop(VeskPlayLogicStopReason::Enum /*reason*/) override {}
+
+private:
+    std::atomic<bool> asked_{false};
+    std::latch released_{1};
+};
+
 class PlayerControlsTest : public testing::Test {
 protected:
     static CMError invoke(const CMPath& path, const VeskHash& arguments) {
-        const auto reply = CMReply<QVariant>::create();
-        CMRoot()->invoke(path, arguments, reply);
+        return outcome(begin(path, arguments));
+    }
+
+    static CMError playFile(const std::string& path) { return outcome(beginPlaying(path)); }
+
+    static CMError outcome(const CMReply<QVariant>& reply) {
         EXPECT_TRUE(reply.waitForFinished(20'000));
         return reply.error();
-    }
-
-    static CMError playFile(const std::string& path) {
-        PlayFileRequest request;
-        request.setPath(QString::fromStdString(path));
-        return invoke(platform::playerPlayFilePath(), request);
-    }
-
-    static CMPath disableSubMixPath() {
-        return VeskStreamerDefaultPrefixPath() + VeskStreamerAttributesDisableSubMix();
     }
 
     static VeskValue subMixDisabled() {
@@ -109,4 +141,20 @@ TEST_F(PlayerControlsTest, WhatIsShownCannotBeWritten) {
     CMRoot()->setValue(platform::subMixDisabledPath(), VeskValue::ofBool(true), reply);
     EXPECT_TRUE(reply.waitForFinished(20'000));
     EXPECT_EQ(reply.error().name(), QStringLiteral("ReadOnly"));
+}
+
+TEST(SubMixTest, IsAnsweredWhileAFileKeepsThePlayerWaiting) {
+    const auto tree = std::make_shared<platform::Tree>();
+    const platform::CurrentTree current(tree);
+    const ScratchDirectory scratch;
+    const std::string file = (scratch.path() / "sound.wav").string();
+    writeSoundFile<std::int32_t>(file, std::vector<std::int32_t>(100), 1);
+    BusyPlayer player;
+    const platform::PlayerControls controls(player);
+    const auto playing = beginPlaying(file);
+    EXPECT_TRUE(eventually([&] { return player.isAsked(); }));
+    const auto subMix = begin(disableSubMixPath(), VeskValue::ofBool(true));
+    EXPECT_TRUE(subMix.waitForFinished(5000));
+    player.release();
+    EXPECT_TRUE(playing.waitForFinished(20'000));
 }
