@@ -11,6 +11,7 @@
 #include <grpcpp/grpcpp.h>
 
 #include <cmath>
+#include <future>
 #include <limits>
 
 using dio::endpoint::AudioBuffers;
@@ -181,6 +182,24 @@ TEST_F(AudioRecorderTest, StopsOnce) {
     EXPECT_THAT(microphone().requests(), ElementsAre("acquire Dirac 3", "release Dirac 3"));
 }
 
+TEST_F(AudioRecorderTest, StopsOnceAfterItHasRecorded) {
+    microphone().unplug();
+    AudioRecorder recorder(QStringLiteral("mic"), 48000, nobody());
+    EXPECT_TRUE(recorder.wait());
+    recorder.stop();
+    recorder.stop();
+    EXPECT_THAT(microphone().reads(), ElementsAre(128));
+    EXPECT_EQ(microphone().openDevices(), 0);
+    EXPECT_THAT(microphone().requests(), ElementsAre("acquire Dirac 3", "release Dirac 3"));
+}
+
+TEST_F(AudioRecorderTest, StopsAtOnceWhenTheDeviceWasNotOpened) {
+    microphone().refuseToOpen();
+    AudioRecorder recorder(QStringLiteral("mic"), 48000, nobody());
+    auto stopping = std::async(std::launch::async, [&] { recorder.stop(); });
+    EXPECT_EQ(stopping.wait_for(std::chrono::seconds(2)), std::future_status::ready);
+}
+
 TEST_F(AudioRecorderTest, StopsWhenItIsDestroyed) {
     microphone().refuseToOpen();
     { const AudioRecorder recorder(QStringLiteral("mic"), 48000, nobody()); }
@@ -234,13 +253,14 @@ TEST_F(AudioRecorderTest, RecordsAlthoughTheMicrophoneIsRefused) {
 TEST_F(AudioRecorderTest, RecordsAfterTenSecondsWithoutAnAnswer) {
     using Clock = std::chrono::steady_clock;
     microphone().answerNothing();
-    microphone().refuseToOpen();
+    microphone().unplug();
     const auto begin = Clock::now();
-    const AudioRecorder recorder(QStringLiteral("mic"), 48000, nobody());
+    AudioRecorder recorder(QStringLiteral("mic"), 48000, nobody());
     EXPECT_GE(Clock::now() - begin, std::chrono::seconds(10));
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(15));
     EXPECT_TRUE(log().contains("ERROR Acquisition of the microphone resource timed out"));
-    EXPECT_EQ(microphone().devicesMade().size(), 1U);
+    EXPECT_TRUE(recorder.wait());
+    EXPECT_THAT(microphone().reads(), ElementsAre(128));
 }
 
 // ---- The stream ----
