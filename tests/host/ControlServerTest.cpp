@@ -6,6 +6,7 @@
 #include "sdk/cm/VeskPaths.h"
 #include "support/Eventually.h"
 #include "support/ScratchDirectory.h"
+#include "support/WorkingDirectory.h"
 
 #include <control.grpc.pb.h>
 #include <gmock/gmock.h>
@@ -143,6 +144,7 @@ protected:
     static constexpr const char* kAttenuation = "system/attenuation";
 
     const ScratchDirectory scratch_;
+    const WorkingDirectory directory_{scratch_.path()};  // where the test worker leaves a file
     const std::string path_ = (scratch_.path() / "control.sock").string();
     platform::Platform platform_{deviceInMemory()};
     const WorkerThread worker_{VESK_TEST_PLUGIN};

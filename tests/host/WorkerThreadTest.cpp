@@ -3,6 +3,7 @@
 #include "platform/Platform.h"
 #include "platform/cm/Tree.h"
 #include "support/ScratchDirectory.h"
+#include "support/WorkingDirectory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,20 +20,6 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
 using testing::ThrowsMessage;
-
-/// The working directory of the process, for as long as the object exists.
-class WorkingDirectory {
-public:
-    explicit WorkingDirectory(const fs::path& path) : previous_(fs::current_path()) {
-        fs::current_path(path);
-    }
-    ~WorkingDirectory() { fs::current_path(previous_); }
-    WorkingDirectory(const WorkingDirectory&) = delete;
-    WorkingDirectory& operator=(const WorkingDirectory&) = delete;
-
-private:
-    const fs::path previous_;
-};
 
 class WorkerThreadTest : public testing::Test {
 protected:
