@@ -8,12 +8,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <optional>
 
 namespace host {
 namespace {
 
+namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
