@@ -55,6 +55,8 @@ protected:
     std::string folder() const { return path("out"); }
 
     int calibrate(std::vector<std::string> arguments = {}) {
+        // A device takes a moment to notice that the client before has gone.
+        device_.awaitCancelledCalls(device_.callsOf("Notifications"));
         arguments.insert(arguments.begin(), {"run", "-o", folder()});
         return run(arguments);
     }
