@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <random>
 #include <system_error>
 
@@ -32,6 +33,14 @@ int check(int result, const std::string& what) {
     if (result < 0)
         fail(what);
     return result;
+}
+
+/// Held around every call that touches a socket. Two ends in one process run in each other's
+/// contexts, and nanomsg does not keep one from being closed while the other connects to it, sends
+/// or receives: it crashes. None of the calls waits for anything.
+std::mutex& callMutex() {
+    static std::mutex mutex;
+    return mutex;
 }
 
 int newSocket() {
@@ -77,15 +86,18 @@ PairSocket::PairSocket() : socket_(newSocket()) {
 }
 
 PairSocket::~PairSocket() {
+    const std::lock_guard<std::mutex> lock(callMutex());
     while (nn_close(socket_) < 0 && nn_errno() == EINTR) {
     }
 }
 
 void PairSocket::bind(const std::string& address) {
+    const std::lock_guard<std::mutex> lock(callMutex());
     check(nn_bind(socket_, address.c_str()), address);
 }
 
 void PairSocket::connect(const std::string& address) {
+    const std::lock_guard<std::mutex> lock(callMutex());
     check(nn_connect(socket_, address.c_str()), address);
 }
 
@@ -96,6 +108,7 @@ bool PairSocket::trySend(const MessageHeader& header, std::span<const std::byte>
     std::memcpy(bytes, &header, sizeof header);
     std::copy(payload.begin(), payload.end(), static_cast<std::byte*>(bytes) + sizeof header);
     void* message = bytes;
+    const std::lock_guard<std::mutex> lock(callMutex());
     if (nn_send(socket_, &message, NN_MSG, NN_DONTWAIT) >= 0)
         return true;
     const int error = nn_errno();
@@ -107,6 +120,7 @@ bool PairSocket::trySend(const MessageHeader& header, std::span<const std::byte>
 
 std::optional<ReceivedBytes> PairSocket::tryReceive() {
     void* bytes = nullptr;
+    const std::lock_guard<std::mutex> lock(callMutex());
     const int size = nn_recv(socket_, &bytes, NN_MSG, NN_DONTWAIT);
     if (size >= 0)
         return ReceivedBytes(bytes, static_cast<std::size_t>(size));
@@ -116,6 +130,7 @@ std::optional<ReceivedBytes> PairSocket::tryReceive() {
 }
 
 bool PairSocket::hasPeer() const {
+    const std::lock_guard<std::mutex> lock(callMutex());
     return nn_get_statistic(socket_, NN_STAT_CURRENT_CONNECTIONS) > 0;
 }
 
