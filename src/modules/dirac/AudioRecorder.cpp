@@ -9,6 +9,7 @@
 #include <QtEndian>
 
 #include <algorithm>
+#include <cstddef>
 #include <utility>
 
 namespace {
@@ -112,11 +113,10 @@ void AudioRecorder::capture(int frames) {
 dio::endpoint::AudioBuffers AudioRecorder::messageOf(const QByteArray& block) {
     dio::endpoint::AudioBuffers message;
     dio::endpoint::AudioBuffer& buffer = *message.add_buffers();
-    const int count = block.size() / static_cast<int>(sizeof(qint32));
-    buffer.mutable_samples()->Reserve(count);
-    for (int i = 0; i < count; ++i) {
-        const auto sample =
-            qFromLittleEndian<qint32>(block.constData() + i * static_cast<int>(sizeof(qint32)));
+    const std::size_t count = static_cast<std::size_t>(block.size()) / sizeof(qint32);
+    buffer.mutable_samples()->Reserve(static_cast<int>(count));
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto sample = qFromLittleEndian<qint32>(block.constData() + i * sizeof(qint32));
         buffer.add_samples(std::min(static_cast<float>(sample) * kScale, kLargest));
     }
     buffer.set_mic(0);

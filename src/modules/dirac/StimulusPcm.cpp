@@ -67,5 +67,6 @@ void applyGain(std::span<const Sample> samples, float gain, std::vector<Sample>&
 float playbackProgress(std::uint64_t position, std::uint64_t done, std::uint64_t size,
                        std::uint64_t speakers) {
     const std::uint64_t percent = std::max<std::uint64_t>(speakers * size / 100, 1);
-    return static_cast<float>((position + done * size) / percent) - 1.0F;
+    const std::uint64_t whole = (position + done * size) / percent;
+    return static_cast<float>(whole) - 1.0F;
 }
