@@ -1,14 +1,11 @@
 #include "dsp/CommandLine.h"
 
-#include <CLI/CLI.hpp>
+#include "cli/Parse.h"
 
-#include <iostream>
 #include <string>
 
 namespace dsp {
 namespace {
-
-constexpr int kUsageError = 2;
 
 constexpr const char* kFooter = R"(
 Examples:
@@ -30,20 +27,12 @@ public:
     }
 
     ParsedCommandLine parse(int argc, const char* const* argv) {
-        try {
-            app_.parse(argc, argv);
-            return {command_, 0};
-        } catch (const CLI::ParseError& error) {
-            return {std::nullopt, report(error)};
-        }
+        if (const auto exitCode = cli::parse(app_, argc, argv))
+            return {std::nullopt, *exitCode};
+        return {command_, 0};
     }
 
 private:
-    /// Key 0 asks the system for a segment that nobody else can find.
-    static std::string refuseNoKey(const std::string& text) {
-        return text == "0" ? "0 is not the key of a segment" : "";
-    }
-
     CLI::App* addVerb(Command::Verb verb, const char* name, const char* description) {
         CLI::App* const app = app_.add_subcommand(name, description);
         app->callback([this, verb] { command_.verb = verb; });
@@ -52,7 +41,7 @@ private:
 
     CLI::Option* addKey(CLI::App* verb) {
         return verb->add_option("--key", command_.image.key, "System V key of the segment")
-            ->check(CLI::Validator(&refuseNoKey, "INT"))
+            ->check(cli::segmentKey())
             ->capture_default_str();
     }
 
@@ -77,13 +66,6 @@ private:
             addVerb(Command::Verb::Save, "save", "Write the image in the segment to a file");
         verb->add_option("FILE", command_.output, "File to write")->required();
         addKey(verb);
-    }
-
-    int report(const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0)
-            return app_.exit(error);
-        std::cerr << "vesk-dsp: " << error.what() << "\n\n" << app_.help();
-        return kUsageError;
     }
 
     CLI::App app_{"Sends sound files through the DSP's correction.", "vesk-dsp"};

@@ -1,16 +1,11 @@
 #include "host/HostOptions.h"
 
+#include "cli/Parse.h"
 #include "host/DescriptionFile.h"
-
-#include <CLI/CLI.hpp>
-
-#include <iostream>
 
 namespace host {
 
 namespace {
-
-constexpr int kUsageError = 2;
 
 constexpr const char* kFooter = R"(
 The device runs until SIGINT or SIGTERM and then ends in order; a second signal ends it at once.
@@ -70,13 +65,6 @@ void addOptions(CLI::App& app, HostOptions& options) {
                  "Check the description, print it with all defaults and end");
 }
 
-int report(const CLI::App& app, const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0)
-        return app.exit(error);
-    std::cerr << "veskd: " << error.what() << "\n\n" << app.help();
-    return kUsageError;
-}
-
 }  // namespace
 
 ParsedHostOptions parseHostOptions(int argc, const char* const* argv) {
@@ -85,12 +73,9 @@ ParsedHostOptions parseHostOptions(int argc, const char* const* argv) {
     addOptions(app, options);
     app.footer(kFooter);
     app.set_version_flag("--version", "veskd " VESK_VERSION);
-    try {
-        app.parse(argc, argv);
-        return {options, 0};
-    } catch (const CLI::ParseError& error) {
-        return {std::nullopt, report(app, error)};
-    }
+    if (const auto exitCode = cli::parse(app, argc, argv))
+        return {std::nullopt, *exitCode};
+    return {options, 0};
 }
 
 }  // namespace host

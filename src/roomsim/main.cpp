@@ -1,12 +1,11 @@
 // vesk-room: prints a room's ALSA configuration, writes its impulse responses, tells who is in it.
 
+#include "cli/Parse.h"
 #include "roomsim/AlsaConfiguration.h"
 #include "roomsim/ImpulseResponses.h"
 #include "roomsim/RoomError.h"
 #include "roomsim/SharedRoom.h"
 #include "roomsim/WavFile.h"
-
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <filesystem>
@@ -16,7 +15,6 @@
 namespace {
 
 constexpr int kFailed = 1;
-constexpr int kUsageError = 2;
 constexpr const char* kPluginName = "libasound_module_pcm_veskroom.so";
 
 constexpr const char* kFooter = R"(
@@ -105,13 +103,6 @@ void addVerbs(CLI::App& app, Options& options) {
     status->callback([&options] { printStatus(options); });
 }
 
-int report(const CLI::App& app, const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0)
-        return app.exit(error);
-    std::cerr << "vesk-room: " << error.what() << "\n\n" << app.help();
-    return kUsageError;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -122,9 +113,8 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     addVerbs(app, options);
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return report(app, error);
+        if (const auto exitCode = cli::parse(app, argc, argv))
+            return *exitCode;
     } catch (const std::exception& error) {
         std::cerr << "vesk-room: " << error.what() << '\n';
         return kFailed;

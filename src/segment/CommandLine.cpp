@@ -1,18 +1,15 @@
 #include "segment/CommandLine.h"
 
+#include "cli/Parse.h"
 #include "sdk/dldsp/DiracConfiguration.h"
 #include "segment/ChannelResponse.h"
 
-#include <CLI/CLI.hpp>
-
-#include <iostream>
 #include <string>
 
 namespace segment {
 
 namespace {
 
-constexpr int kUsageError = 2;
 constexpr std::size_t kMaximumPoints = 100000;
 
 constexpr const char* kFooter = R"(
@@ -30,7 +27,7 @@ public:
         app_.footer(kFooter);
         app_.set_version_flag("--version", "vesk-segment " VESK_VERSION);
         app_.add_option("--key", command_.key, "System V key of the segment")
-            ->check(CLI::Validator(&refuseNoKey, "INT"))
+            ->check(cli::segmentKey())
             ->capture_default_str();
         app_.fallthrough();
         app_.require_subcommand(1);
@@ -41,20 +38,12 @@ public:
     }
 
     ParsedCommandLine parse(int argc, const char* const* argv) {
-        try {
-            app_.parse(argc, argv);
-            return {command_, 0};
-        } catch (const CLI::ParseError& error) {
-            return {std::nullopt, report(error)};
-        }
+        if (const auto exitCode = cli::parse(app_, argc, argv))
+            return {std::nullopt, *exitCode};
+        return {command_, 0};
     }
 
 private:
-    /// Key 0 asks the system for a segment that nobody else can find.
-    static std::string refuseNoKey(const std::string& text) {
-        return text == "0" ? "0 is not the key of a segment" : "";
-    }
-
     CLI::App* addVerb(Command::Verb verb, const char* name, const char* description) {
         CLI::App* const app = app_.add_subcommand(name, description);
         app->callback([this, verb] { command_.verb = verb; });
@@ -110,13 +99,6 @@ private:
         verb->add_option("--count", command_.changes, "End after so many lines")
             ->check(CLI::PositiveNumber);
         addJson(verb);
-    }
-
-    int report(const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0)
-            return app_.exit(error);
-        std::cerr << "vesk-segment: " << error.what() << "\n\n" << app_.help();
-        return kUsageError;
     }
 
     CLI::App app_{"Shows the DSP's image in shared memory.", "vesk-segment"};

@@ -1,14 +1,10 @@
 #include "tree/CommandLine.h"
 
-#include <CLI/CLI.hpp>
-
-#include <iostream>
+#include "cli/Parse.h"
 
 namespace tree {
 
 namespace {
-
-constexpr int kUsageError = 2;
 
 constexpr const char* kFooter = R"(
 The device is found by --socket, else by --state-dir, else by the state directory in
@@ -45,12 +41,9 @@ public:
     }
 
     ParsedCommandLine parse(int argc, const char* const* argv) {
-        try {
-            app_.parse(argc, argv);
-            return {command_, 0};
-        } catch (const CLI::ParseError& error) {
-            return {std::nullopt, report(error)};
-        }
+        if (const auto exitCode = cli::parse(app_, argc, argv))
+            return {std::nullopt, *exitCode};
+        return {command_, 0};
     }
 
 private:
@@ -104,13 +97,6 @@ private:
             addVerb(Command::Verb::Invoke, "invoke", "Run an action and print its answer as JSON");
         addText(verb, "PATH", command_.path, "The action")->required();
         addText(verb, "JSON", command_.value, "Its arguments, an object");
-    }
-
-    int report(const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0)
-            return app_.exit(error);
-        std::cerr << "vesk-tree: " << error.what() << "\n\n" << app_.help();
-        return kUsageError;
     }
 
     CLI::App app_{"Shows and changes the configuration tree of a running device.", "vesk-tree"};
