@@ -20,8 +20,11 @@ if(VESK_SANITIZE)
         list(APPEND VESK_SANITIZE_OPTIONS -fno-sanitize-recover=undefined)
     endif()
     # A program that is not ours and loads an instrumented plug-in needs the runtime preloaded.
-    string(REGEX REPLACE "^address.*" "asan" runtime "${VESK_SANITIZE}")
-    string(REPLACE "thread" "tsan" runtime "${runtime}")
+    if(VESK_SANITIZE STREQUAL "thread")
+        set(runtime tsan)
+    else()
+        set(runtime asan)
+    endif()
     execute_process(
         COMMAND "${CMAKE_CXX_COMPILER}" "-print-file-name=lib${runtime}.so"
         OUTPUT_VARIABLE VESK_SANITIZER_RUNTIME

@@ -3,6 +3,7 @@
 
 #include "system/DeviceTest.h"
 
+#include <cstdlib>
 #include <limits>
 #include <sstream>
 
@@ -77,6 +78,19 @@ protected:
         ASSERT_TRUE(call(&EndpointDevice::Stub::SetTransferCell, cell(5, 0)).ok());
     }
 
+    const FilterDesign design = makeDesign({}, 1);
+};
+
+/// Looks at the memory of the device. The address sanitizer must not keep what has been freed.
+class DeviceMemoryTest : public HostileClientTest {
+protected:
+    void SetUp() override {
+        const char* const present = std::getenv("ASAN_OPTIONS");
+        const std::string given = present ? std::string(present) + ":" : "";
+        options().wrapper = {"env", "ASAN_OPTIONS=" + given + "quarantine_size_mb=1"};
+        HostileClientTest::SetUp();
+    }
+
     long residentKilobytes() {
         std::istringstream status(
             readFile("/proc/" + std::to_string(device().process().id()) + "/status"));
@@ -85,8 +99,6 @@ protected:
                 return std::stol(line.substr(6));
         return -1;
     }
-
-    const FilterDesign design = makeDesign({}, 1);
 };
 
 TEST_F(HostileClientTest, transferCallsWithoutAnOpenTransferAreRefused) {
@@ -173,7 +185,7 @@ TEST_F(HostileClientTest, aDesignLargerThanTheImageIsStoredButBypassed) {
     activate(0, design);
 }
 
-TEST_F(HostileClientTest, repeatingTheLargestTransferDoesNotMakeTheDeviceGrow) {
+TEST_F(DeviceMemoryTest, repeatingTheLargestTransferDoesNotMakeTheDeviceGrow) {
     const auto fillCell = [&] {
         openTransfer(1);
         ASSERT_TRUE(call(&EndpointDevice::Stub::SetCellFIIR, fiirOf(65'536)).ok());
