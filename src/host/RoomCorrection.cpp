@@ -12,6 +12,10 @@ void RoomCorrection::prepare(const platform::AudioFormat& format) {
     processor_->prepare({format.rate, format.channels});
 }
 
+std::size_t RoomCorrection::latency() const {
+    return processor_->latency();
+}
+
 void RoomCorrection::process(std::span<std::int32_t> samples) noexcept {
     processor_->process(samples);
 }

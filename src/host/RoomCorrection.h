@@ -13,6 +13,7 @@ public:
     explicit RoomCorrection(std::shared_ptr<dsp::Processor> processor);
 
     void prepare(const platform::AudioFormat& format) override;
+    std::size_t latency() const override;
     void process(std::span<std::int32_t> samples) noexcept override;
 
 private:

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -30,6 +31,19 @@ TEST(RoomCorrection, PlayersAudioIsCorrectedAsTheSegmentSays) {
     EXPECT_EQ(samples[0], 1 << 24);
     EXPECT_NEAR(samples[1], 1 << 23, 4);
     EXPECT_NEAR(samples[999], 1 << 23, 4);
+}
+
+TEST(RoomCorrection, PlayerIsToldByHowMuchAudioIsDelayed) {
+    RoomCorrection correction(
+        std::make_shared<dsp::Processor>(unusedKey(), [](const std::string&) {}));
+    for (const unsigned rate : {48000U, 96000U, 192'000U}) {
+        correction.prepare({rate, 1});
+        std::vector<std::int32_t> samples(4000);
+        samples[0] = 1 << 30;
+        correction.process(samples);
+        const auto loudest = std::ranges::max_element(samples);
+        EXPECT_EQ(correction.latency(), loudest - samples.begin()) << rate << " Hz";
+    }
 }
 
 }  // namespace
