@@ -1,5 +1,6 @@
 // What the device plays is what the DSP makes of it.
 
+#include "dsp/Engine.h"
 #include "dsp/Verbs.h"
 #include "support/ScratchDirectory.h"
 #include "system/DeviceTest.h"
@@ -44,8 +45,9 @@ protected:
         return sound;
     }
 
-    /// What a device over the same state plays of sound.wav, and the image that it had.
-    std::vector<std::vector<double>> play() {
+    /// What a device over the same state plays of sound.wav, `frames` in all, and the image that it
+    /// had.
+    std::vector<std::vector<double>> play(std::size_t frames) {
         fs::remove(path("played.raw"));
         DeviceProcess::Options options = this->options();
         options.arguments = {"--playback", "recorder", "--play", path("sound.wav").string()};
@@ -53,7 +55,7 @@ protected:
         player.start();
         EXPECT_TRUE(eventually([&] {
             std::error_code none;
-            return fs::file_size(path("played.raw"), none) == 2 * kFrames * sizeof(std::int32_t);
+            return fs::file_size(path("played.raw"), none) == 2 * frames * sizeof(std::int32_t);
         }));
         image_ = image();
         player.stop();
@@ -90,15 +92,17 @@ TEST_F(CorrectedPlaybackTest, aSoundFileIsHeardThroughTheActiveFilter) {
     device().stop();
     for (const unsigned rate : {48000U, 96000U}) {
         const dsp::Sound sound = writeNoise(rate);
-        const auto heard = play();
+        const std::size_t latency = dsp::Engine::latency(rate);
+        const auto heard = play(kFrames + latency);
         EXPECT_EQ(imageWhilePlaying().bypass, 0);
         std::ostringstream messages;
-        const auto expected = dsp::processed(sound, imageWhilePlaying(), true, messages);
+        const auto expected = dsp::processed(sound, imageWhilePlaying(), false, messages);
         EXPECT_EQ(messages.str(), "");
         for (std::size_t c = 0; c < heard.size(); ++c) {
-            ASSERT_EQ(heard[c].size(), kFrames);
+            ASSERT_EQ(heard[c].size(), kFrames + latency);
             for (std::size_t n = 0; n < kFrames; ++n)
-                ASSERT_NEAR(heard[c][n], std::clamp(expected.channels[c][n], -1.0, 1.0), 1e-9)
+                ASSERT_NEAR(heard[c][n + latency], std::clamp(expected.channels[c][n], -1.0, 1.0),
+                            1e-9)
                     << rate << " Hz, channel " << c << ", frame " << n;
         }
     }
