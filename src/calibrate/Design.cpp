@@ -4,14 +4,11 @@
 #include "calibrate/Text.h"
 #include "calibrate/TextTable.h"
 #include "calibrate/design/DesignFiles.h"
-#include "calibrate/design/Target.h"
 #include "calibrate/measurement/MicrophoneCalibration.h"
 #include "calibrate/measurement/SoundFile.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
-
-#include <charconv>
 
 namespace calibrate {
 namespace {
@@ -25,22 +22,6 @@ constexpr const char* kFooter =
     "  vesk-calibrate design left-right.wav -o filters\n"
     "  vesk-calibrate design seat1.wav seat2.wav --positions 2 --target house -o filters\n"
     "  vesk-calibrate design left.wav right.wav sub.wav --subwoofer 2 --crossover 90 -o filters";
-
-double numberIn(std::string_view text, const std::string& whole) {
-    double value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size())
-        throw BadInput("\"" + printable(whole) + "\" is no range; write it like 20..18000");
-    return value;
-}
-
-void readRange(const std::string& text, design::Limits& limits) {
-    const auto dots = text.find("..");
-    if (dots == std::string::npos)
-        throw BadInput("\"" + printable(text) + "\" is no range; write it like 20..18000");
-    limits.lowest = numberIn(std::string_view(text).substr(0, dots), text);
-    limits.highest = numberIn(std::string_view(text).substr(dots + 2), text);
-}
 
 struct Channel {
     std::string name;
@@ -112,13 +93,10 @@ std::vector<design::MeasuredSpeaker> readSpeakers(const DesignOptions& options) 
 }
 
 design::SystemOptions systemOptions(const DesignOptions& options) {
-    auto system = options.system;
-    readRange(options.range, system.correction.limits);
-    system.correction.target = design::readTarget(options.target);
+    auto system = systemOptions(options.correction);
     system.capacities.clear();
     for (const double rate : options.rates)
         system.capacities.push_back({rate, options.taps, options.sections});
-    system.align = !options.keepAlignment;
     return system;
 }
 
@@ -146,7 +124,6 @@ void print(const design::SystemDesign& design, const DesignOptions& options,
 }  // namespace
 
 void addDesignOptions(CLI::App& command, DesignOptions& options) {
-    auto& limits = options.system.correction.limits;
     command.add_option("FILES", options.files, "Impulse responses, a channel for each speaker")
         ->required();
     command.add_option("-o,--output", options.folder, "Folder for the filters")
@@ -157,18 +134,12 @@ void addDesignOptions(CLI::App& command, DesignOptions& options) {
     command.add_option("--name", options.names, "A speaker's name, once for each")
         ->type_name("TEXT")
         ->allow_extra_args(false);
-    command.add_option("--target", options.target, "flat, house or a file; default: flat")
-        ->type_name("TARGET");
     command.add_option("--microphone", options.microphone, "Calibration file of the microphone")
         ->type_name("FILE");
-    command.add_option("--range", options.range, "What is corrected; default: 20..18000")
-        ->type_name("LO..HI");
-    command.add_option("--max-boost", limits.maxBoost, "Default: 6")->type_name("DB");
-    command.add_option("--max-cut", limits.maxCut, "Default: 24")->type_name("DB");
-    command.add_option("--headroom", limits.headroom, "Largest gain of all; default: 0")
-        ->type_name("DB");
+    addCorrectionOptions(command, options.correction);
     command
-        .add_option("--smoothing", options.system.correction.smoothing, "Octaves; default: 0.1667")
+        .add_option("--smoothing", options.correction.system.correction.smoothing,
+                    "Octaves; default: 0.1667")
         ->type_name("OCTAVES")
         ->check(CLI::Range(0.01, 2.0));
     command
@@ -182,11 +153,6 @@ void addDesignOptions(CLI::App& command, DesignOptions& options) {
     command.add_option("--subwoofer", options.subwoofers, "Index of a speaker, from 0")
         ->type_name("N")
         ->allow_extra_args(false);
-    command
-        .add_option("--crossover", options.system.crossover,
-                    "To the subwoofer, 0 for none; default: 80")
-        ->type_name("HZ");
-    command.add_flag("--no-align", options.keepAlignment, "Leave delays and levels alone");
     command.footer(kFooter);
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "calibrate/Console.h"
-#include "calibrate/design/SystemDesign.h"
+#include "calibrate/CorrectionArguments.h"
 
 #include <CLI/App.hpp>
 
@@ -18,14 +18,11 @@ struct DesignOptions {
     std::size_t positions{1};                  ///< of the microphone
     std::vector<std::string> names;            ///< of the speakers; none: the files'
     std::vector<std::size_t> subwoofers;       ///< indices of speakers
-    std::string target{"flat"};
     std::optional<std::filesystem::path> microphone;  ///< calibration file
-    std::string range{"20..18000"};                   ///< Hz
     std::vector<double> rates{48'000, 44'100};        ///< Hz
     std::size_t taps{1'000};
     std::size_t sections{30};
-    bool keepAlignment{false};
-    design::SystemOptions system;
+    CorrectionArguments correction;
 };
 
 /// Adds the verb's arguments to its part of the command line.

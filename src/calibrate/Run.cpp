@@ -3,15 +3,12 @@
 #include "calibrate/Errors.h"
 #include "calibrate/Text.h"
 #include "calibrate/TextTable.h"
-#include "calibrate/design/SpeakerDesign.h"
-#include "calibrate/design/Target.h"
 #include "calibrate/report/Figures.h"
 #include "calibrate/report/ReportFolder.h"
 #include "calibrate/run/Calibrator.h"
 
 #include <CLI/CLI.hpp>
 
-#include <charconv>
 #include <chrono>
 #include <cmath>
 #include <thread>
@@ -33,28 +30,9 @@ constexpr const char* kFooter =
     "\nEach speaker plays a sweep of some seconds. Ctrl-C at any moment leaves the device as it "
     "was.";
 
-double numberIn(std::string_view text, const std::string& whole) {
-    double value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size())
-        throw BadInput("\"" + printable(whole) + "\" is no range; write it like 20..18000");
-    return value;
-}
-
-void readRange(const std::string& text, design::Limits& limits) {
-    const auto dots = text.find("..");
-    if (dots == std::string::npos)
-        throw BadInput("\"" + printable(text) + "\" is no range; write it like 20..18000");
-    limits.lowest = numberIn(std::string_view(text).substr(0, dots), text);
-    limits.highest = numberIn(std::string_view(text).substr(dots + 2), text);
-}
-
 /// Everything that can be wrong without the device, before it hears of us.
 RunOptions completed(RunOptions options) {
-    readRange(options.range, options.system.correction.limits);
-    design::checkLimits(options.system.correction.limits);
-    options.system.correction.target = design::readTarget(options.target);
-    options.system.align = !options.keepAlignment;
+    options.correction.system = systemOptions(options.correction);
     if (!options.folder) {
         std::string time = utcTime(std::chrono::duration_cast<std::chrono::milliseconds>(
                                        std::chrono::system_clock::now().time_since_epoch())
@@ -217,7 +195,6 @@ void finish(Calibrator& calibrator, Placement& placement, const RunOptions& opti
 }  // namespace
 
 void addRunOptions(CLI::App& command, RunOptions& options) {
-    auto& limits = options.system.correction.limits;
     const auto between = [](double least, double most) { return CLI::Range(least, most); };
     command
         .add_option("-o,--output", options.folder, "New folder for the report; default: by time")
@@ -244,19 +221,7 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
     command.add_option("--gain", options.gain, "Of the stimuli; default: found")
         ->type_name("DB")
         ->check(between(-200, 60));
-    command.add_option("--target", options.target, "flat, house or a file; default: flat")
-        ->type_name("TARGET");
-    command.add_option("--range", options.range, "What is corrected; default: 20..18000")
-        ->type_name("LO..HI");
-    command.add_option("--max-boost", limits.maxBoost, "Default: 6")->type_name("DB");
-    command.add_option("--max-cut", limits.maxCut, "Default: 24")->type_name("DB");
-    command.add_option("--headroom", limits.headroom, "Largest gain of all; default: 0")
-        ->type_name("DB");
-    command
-        .add_option("--crossover", options.system.crossover,
-                    "To the subwoofer, 0 for none; default: 80")
-        ->type_name("HZ");
-    command.add_flag("--no-align", options.keepAlignment, "Leave delays and levels alone");
+    addCorrectionOptions(command, options.correction);
     command
         .add_option("--play", options.playCommand,
                     "Plays the sound file $FILE on the device, to verify the result")

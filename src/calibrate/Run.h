@@ -1,8 +1,8 @@
 #pragma once
 
 #include "calibrate/Console.h"
+#include "calibrate/CorrectionArguments.h"
 #include "calibrate/EndpointClient.h"
-#include "calibrate/design/SystemDesign.h"
 
 #include <CLI/App.hpp>
 
@@ -24,14 +24,11 @@ struct RunOptions {
     int microphone{0};                            ///< of the device
     std::optional<std::filesystem::path> calibrationFile;  ///< of that microphone
     std::optional<double> gain;                            ///< dB, of the stimuli; none: found
-    std::string target{"flat"};
-    std::string range{"20..18000"};  ///< Hz
-    bool keepAlignment{false};
+    CorrectionArguments correction;
     bool verify{true};
     /// Has the device play the sound file $FILE, for the verification; none: stimuli are played.
     std::optional<std::string> playCommand;
     std::string address;  ///< of the device, for the report
-    design::SystemOptions system;
 };
 
 /// Adds the verb's arguments to its part of the command line.

@@ -30,7 +30,7 @@ report::Calibration beginning(const DeviceProfile& profile, const RunOptions& op
     calibration.microphone.name = profile.microphoneName;
     if (options.calibrationFile)
         calibration.microphone.calibration = options.calibrationFile->filename().string();
-    calibration.target = options.target;
+    calibration.target = options.correction.target;
     for (const auto& speaker : profile.speakers)
         calibration.speakers.push_back(
             {speaker.name, speaker.subwoofer ? "subwoofer" : "full range", {}, {}});
@@ -131,7 +131,7 @@ void Calibrator::add(std::vector<report::SweepResult> results) {
 }
 
 design::SystemOptions Calibrator::systemOptions() const {
-    auto system = options_.system;
+    auto system = options_.correction.system;
     system.capacities = profile_.capacities();
     system.alignmentCapacity = profile_.alignment;
     system.bassCapacity = profile_.bass;
@@ -159,7 +159,7 @@ protocol::SlotInfo Calibrator::slotInfo() const {
                              ? options_.description
                              : counted(profile_.speakers.size(), "speaker") + ", " +
                                    counted(options_.positions, "position") + ", target " +
-                                   printable(options_.target));
+                                   printable(options_.correction.target));
     slot.set_creation_time(creationTime(profile_.slots.slots.at(static_cast<std::size_t>(slot_))));
     return slot;
 }

@@ -24,8 +24,8 @@ public:
 /// the device as it was unless commit() was called.
 class Calibrator {
 public:
-    /// `options.system` is complete but for what the device tells. Must not outlive what it is
-    /// made from. Throws DeviceError, with Reason::occupied when another client is there.
+    /// `options.correction.system` is complete but for what the device tells. Must not outlive what
+    /// it is made from. Throws DeviceError, with Reason::occupied when another client is there.
     Calibrator(EndpointClient& client, const RunOptions& options,
                const measurement::MicrophoneCalibration* microphone, Narrator& narrator);
 
