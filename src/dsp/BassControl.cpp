@@ -5,6 +5,19 @@
 #include <utility>
 
 namespace dsp {
+namespace {
+
+/// Up to the last line that a cell or a channel uses.
+std::size_t linesOf(const std::vector<BassControlSection>& sections, std::size_t channels) {
+    std::size_t lines = channels;
+    for (const BassControlSection& section : sections) {
+        for (const BassControlCell& cell : section)
+            lines = std::max({lines, cell.input + 1, cell.output + 1});
+    }
+    return lines;
+}
+
+}  // namespace
 
 BassControl::Biquad::Biquad(const DiracBiquad& coefficients)
     : a1(coefficients.a1),
@@ -41,7 +54,9 @@ void BassControl::Cell::process(double* samples, std::size_t frames) {
 
 BassControl::BassControl(const std::vector<BassControlSection>& sections, std::size_t channels)
     : channels_(std::min(channels, Correction::kMostLines)),
-      storage_((2 * Correction::kMostLines + 1) * kMostFrames) {
+      from_(linesOf(sections, channels_)),
+      to_(from_.size()),
+      storage_((2 * from_.size() + 1) * kMostFrames) {
     for (const BassControlSection& section : sections)
         sections_.emplace_back(section.begin(), section.end());
     double* next = storage_.data();

@@ -5,7 +5,6 @@
 #include "dsp/DelayLine.h"
 #include "dsp/VectorKernels.h"
 
-#include <array>
 #include <cstddef>
 #include <vector>
 
@@ -44,15 +43,15 @@ private:
         double factor;
     };
 
-    using Lines = std::array<double*, Correction::kMostLines>;
+    using Lines = std::vector<double*>;
 
     void process(std::vector<Cell>* section, std::size_t frames);
 
     std::size_t channels_;
     std::vector<std::vector<Cell>> sections_;
+    Lines from_;  ///< the lines before a section, up to the last one that anything uses
+    Lines to_;    ///< the lines behind it
     AlignedBuffer<double> storage_;
-    Lines from_{};  ///< the lines before a section
-    Lines to_{};    ///< the lines behind it
     double* cellSamples_;
 };
 
