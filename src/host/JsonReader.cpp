@@ -97,7 +97,7 @@ std::vector<JsonReader> JsonReader::list(std::size_t minimumLength,
              ", found " + std::to_string(value_->size()) + " elements");
     std::vector<JsonReader> elements;
     for (std::size_t index = 0; index < value_->size(); ++index)
-        elements.push_back({(*value_)[index], file_, pointer_ + "/" + std::to_string(index)});
+        elements.emplace_back((*value_)[index], file_, pointer_ + "/" + std::to_string(index));
     return elements;
 }
 

@@ -35,6 +35,7 @@ std::vector<std::string> pluginPaths(const std::vector<std::string>& given) {
     if (given.empty())
         return {ownModule()};
     std::vector<std::string> paths;
+    paths.reserve(given.size());
     for (const auto& path : given)
         paths.push_back(existing(path));
     return paths;

@@ -12,6 +12,11 @@ using nlohmann::json;
 
 namespace {
 
+/// Where a part of what is at `pointer` is.
+std::string placeOf(const std::string& pointer, const std::string& part) {
+    return pointer + "/" + part;
+}
+
 [[noreturn]] void refuse(const json& document, const std::string& expected,
                          const std::string& pointer) {
     const std::string place = pointer.empty() ? "" : pointer + ": ";
@@ -65,7 +70,7 @@ QVariantList listFromJson(const json& document, const std::string& pointer, Conv
     QVariantList list;
     list.reserve(static_cast<int>(document.size()));
     for (std::size_t index = 0; index < document.size(); ++index)
-        list.append(QVariant(convert(document[index], pointer + "/" + std::to_string(index))));
+        list.append(QVariant(convert(document[index], placeOf(pointer, std::to_string(index)))));
     return list;
 }
 
@@ -74,7 +79,7 @@ void checkKeysKnown(const json& document, const RecordSchema& schema, const std:
         const QString name = QString::fromStdString(key);
         if (std::none_of(schema.fields.begin(), schema.fields.end(),
                          [&](const auto& field) { return field.key == name; }))
-            throw ValueError(pointer + "/" + key + ": this field is not known");
+            throw ValueError(placeOf(pointer, key) + ": this field is not known");
     }
 }
 
@@ -86,7 +91,7 @@ void checkCounts(const QVariantHash& record, const RecordSchema& schema,
         const int length = record.value(field.counts).toList().size();
         const int count = record.value(field.key).toInt();
         if (count < 0 || count > length)
-            throw ValueError(pointer + "/" + field.key.toStdString() + ": " +
+            throw ValueError(placeOf(pointer, field.key.toStdString()) + ": " +
                              std::to_string(count) + " of a list of " + std::to_string(length));
     }
 }
@@ -107,9 +112,9 @@ QVariantHash recordFromJson(const json& document, const RecordSchema& schema,
     for (const auto& field : schema.fields) {
         const std::string key = field.key.toStdString();
         if (document.contains(key))
-            record.insert(field.key, fieldFromJson(document.at(key), field, pointer + "/" + key));
+            record.insert(field.key, fieldFromJson(document.at(key), field, placeOf(pointer, key)));
         else if (field.presence == Presence::Required)
-            throw ValueError(pointer + "/" + key + ": this field is missing");
+            throw ValueError(placeOf(pointer, key) + ": this field is missing");
     }
     checkCounts(record, schema, pointer);
     checkFault(record, schema, pointer);

@@ -76,7 +76,7 @@ void runDevice(HostDescription& description, const HostOptions& options,
     tellReady(options, socket);
     if (!soundFile.empty())
         host::Host::play(soundFile);
-    application.exec();
+    QCoreApplication::exec();
 }
 
 int run(const HostOptions& options, QCoreApplication& application) {
