@@ -47,3 +47,12 @@ RpcHandler::SlotsLock RpcHandler::lockSlots() {
 grpc::Status RpcHandler::invalidArgument(const std::string& message) {
     return {grpc::StatusCode::INVALID_ARGUMENT, message};
 }
+
+/// Whether the client still reads is not looked at: its end shows as a cancellation.
+void RpcHandler::report(grpc::ServerWriter<dio::endpoint::Progress>* writer, float value) {
+    if (!writer)
+        return;
+    dio::endpoint::Progress progress;
+    progress.set_value(value);
+    writer->Write(progress);
+}

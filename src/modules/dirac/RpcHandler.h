@@ -180,6 +180,8 @@ private:
     class Playback;
 
     static grpc::Status invalidArgument(const std::string& message);
+    /// `writer` may be null.
+    static void report(grpc::ServerWriter<dio::endpoint::Progress>* writer, float value);
 
     void mapSpeakersToInputs();
     std::tuple<unsigned char, unsigned char> getSectionDimensions(std::uint8_t section) const;

@@ -143,7 +143,6 @@ private:
     bool playThrough(int speaker, const Signal& signal, std::size_t speakers);
     void send(int speaker, std::span<const std::int32_t> samples);
     bool isStopped();
-    void report(float progress);
     void finish();
     void restore();
 
@@ -185,7 +184,7 @@ void RpcHandler::Playback::start() {
         handler_.serverInfo_->stimuliChannels, audioUtils::PcmFormat::S32);
     sender_->setCurrentPayloader(&payloader_);
     sender_->startNewSequence();
-    report(0.0F);
+    report(progress_, 0.0F);
     handler_.publishSender(&*sender_);
     handler_.playbackActive_ = true;
     // It may have given up at once, for want of a device, when nobody would have taken notice.
@@ -216,7 +215,7 @@ bool RpcHandler::Playback::playThrough(int speaker, const Signal& signal, std::s
         const auto chunk = all.subspan(begin, std::min(kChunk, all.size() - begin));
         send(speaker, chunk);
         const std::size_t position = begin * sizeof(std::int32_t) + chunk.size_bytes();
-        report(playbackProgress(position, done_, signal.size(), speakers));
+        report(progress_, playbackProgress(position, done_, signal.size(), speakers));
         if (isStopped())
             return false;
     }
@@ -244,15 +243,6 @@ bool RpcHandler::Playback::isStopped() {
     handler_.playbackActive_ = false;
     handler_.filterManager_->playbackLoopActive(false);
     return true;
-}
-
-/// Whether the client still reads is not looked at: its end shows as a cancellation.
-void RpcHandler::Playback::report(float progress) {
-    if (!progress_)
-        return;
-    Progress message;
-    message.set_value(progress);
-    progress_->Write(message);
 }
 
 void RpcHandler::Playback::finish() {
@@ -463,10 +453,6 @@ grpc::Status RpcHandler::StartStimuli(grpc::ServerContext* context,
         return grpc::Status::CANCELLED;
     }
     scopedTrace.leaveWith("RETURN: OK");
-    if (writer) {
-        Progress finished;
-        finished.set_value(1.0F);
-        writer->Write(finished);
-    }
+    report(writer, 1.0F);
     return grpc::Status::OK;
 }

@@ -49,14 +49,6 @@ grpc::Status firstFailure(std::initializer_list<grpc::Status> checks) {
     return failure == checks.end() ? grpc::Status::OK : *failure;
 }
 
-void report(grpc::ServerWriter<dio::endpoint::Progress>* writer, float value) {
-    if (!writer)
-        return;
-    dio::endpoint::Progress progress;
-    progress.set_value(value);
-    writer->Write(progress);
-}
-
 }  // namespace
 
 /// An open transfer starts over. The transfer cell stays.
