@@ -1,5 +1,7 @@
 #include "platform/WakeEvent.h"
 
+#include <QtGlobal>
+
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -50,11 +52,19 @@ bool WakeEvent::isSignalled() const {
 }
 
 void waitForInput(std::span<const int> descriptors, std::chrono::milliseconds timeout) {
+    using Clock = std::chrono::steady_clock;
     std::array<pollfd, kMostDescriptors> states{};
-    const std::size_t count = std::min(descriptors.size(), states.size());
-    for (std::size_t i = 0; i < count; ++i)
-        states.at(i) = {descriptors[i], POLLIN, 0};
-    poll(states.data(), count, static_cast<int>(timeout.count()));
+    Q_ASSERT(descriptors.size() <= states.size());
+    std::ranges::transform(descriptors, states.begin(), [](int descriptor) {
+        return pollfd{descriptor, POLLIN, 0};
+    });
+    const auto end = Clock::now() + timeout;
+    int result = 0;
+    do {  // again when a signal interrupts it
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+        result = poll(states.data(), descriptors.size(),
+                      static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
+    } while (result < 0 && errno == EINTR);
 }
 
 }  // namespace platform

@@ -26,7 +26,8 @@ private:
     const int descriptor_;
 };
 
-/// Waits until one of the descriptors is readable, at most so long. Those below 0 are left out.
+/// Waits until one of the descriptors, 8 at most, is readable, at most so long. Those below 0 are
+/// left out.
 void waitForInput(std::span<const int> descriptors, std::chrono::milliseconds timeout);
 
 }  // namespace platform

@@ -64,12 +64,13 @@ void SmtSource::take(smt::Receiver::Event event) {
 }
 
 std::size_t SmtSource::read(std::span<std::int32_t> samples) {
-    const PcmFormat format = receiver_.data().header.format;
-    const std::size_t sampleSize = smt::bytesPerSample(format);
-    const std::size_t frames = samples.size() / std::max(format_ ? format_->channels : 1U, 1U);
-    const std::size_t wanted = frames * (format_ ? format_->channels : 0U) * sampleSize;
+    if (payload_.empty())
+        return 0;
+    const smt::MessageHeader& header = receiver_.data().header;
+    const std::size_t sampleSize = smt::bytesPerSample(header.format);
+    const std::size_t wanted = samples.size() / header.channels * header.channels * sampleSize;
     const auto bytes = payload_.first(std::min(wanted, payload_.size()));
-    widen(format, bytes, samples.data());
+    widen(header.format, bytes, samples.data());
     payload_ = payload_.subspan(bytes.size());
     return bytes.size() / sampleSize;
 }

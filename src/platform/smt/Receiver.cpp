@@ -65,9 +65,10 @@ Receiver::Event Receiver::takeData(const Message& message) {
 
 /// Reports in steps, and at once when nothing is left: a sender may wait for just that.
 void Receiver::report(std::uint64_t handedOver) {
+    if (handedOver == reported_)
+        return;
     const bool isStep = handedOver >= reported_ + rate_ / kReportsPerSecond;
-    const bool isAll = handedOver == received_ && handedOver != reported_;
-    if ((isStep || isAll) && handedOver != reported_ && tell(MessageKind::Credit, handedOver))
+    if ((isStep || handedOver == received_) && tell(MessageKind::Credit, handedOver))
         reported_ = handedOver;
 }
 

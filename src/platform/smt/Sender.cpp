@@ -58,6 +58,9 @@ public:
 private:
     /// False, with a log line, when `size` bytes cannot be sent as frames of the payloader.
     bool describe(std::size_t size);
+    /// What is wrong with `size` bytes in the format of the header; empty: nothing.
+    std::string dataFault(std::size_t size) const;
+    std::size_t frameSize() const { return header_.channels * bytesPerSample(header_.format); }
     /// False: nobody takes the data of the header.
     bool deliver(std::span<const std::byte> frames);
     /// Lets the data of the header pass unheard.
@@ -154,18 +157,22 @@ bool Sender::Private::describe(std::size_t size) {
     header_.rate = payloader_->rate();
     header_.channels = payloader_->channels();
     header_.format = payloader_->format();
-    const std::string fault = formatFault(header_.rate, header_.channels, header_.format);
-    const std::size_t frameSize = header_.channels * bytesPerSample(header_.format);
-    if (!fault.empty() || size % frameSize != 0 || size > kLargestMessage - sizeof header_) {
-        LOG4CPLUS_ERROR(logger, address_ << ": " << size << " bytes are not sent: "
-                                         << (!fault.empty()          ? fault
-                                             : size % frameSize != 0 ? "they are not whole frames"
-                                                                     : "they are too many"));
+    if (const std::string fault = dataFault(size); !fault.empty()) {
+        LOG4CPLUS_ERROR(logger, address_ << ": " << size << " bytes are not sent: " << fault);
         return false;
     }
     header_.kind = MessageKind::Data;
-    header_.frames = size / frameSize;
+    header_.frames = size / frameSize();
     return true;
+}
+
+std::string Sender::Private::dataFault(std::size_t size) const {
+    std::string fault = formatFault(header_.rate, header_.channels, header_.format);
+    if (!fault.empty())
+        return fault;
+    if (size % frameSize() != 0)
+        return "they are not whole frames";
+    return size > kLargestMessage - sizeof header_ ? "they are too many" : "";
 }
 
 bool Sender::Private::fits(std::uint64_t frames) const {

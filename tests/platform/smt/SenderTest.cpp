@@ -382,6 +382,16 @@ TEST_F(SenderTest, DataThatAreNotWholeFramesAreRefused) {
     EXPECT_EQ(player->received(), 3U);
 }
 
+TEST_F(SenderTest, DataThatNoMessageHoldsAreRefused) {
+    open();
+    connectPlayer().handOverEverything();
+    sender.sendMediaData(1, 1, std::vector<std::byte>(smt::kLargestMessage));
+    EXPECT_TRUE(log.contains("67108864 bytes are not sent: they are too many"));
+    send(3);
+    sender.shutdownSender();
+    EXPECT_EQ(player->received(), 3U);
+}
+
 TEST_F(SenderTest, DataWithoutAUsableFormatAreRefused) {
     open();
     sender.setCurrentPayloader(nullptr);
