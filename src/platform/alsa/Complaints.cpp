@@ -31,12 +31,12 @@ void keep(const char* /*file*/, int /*line*/, const char* /*function*/, int /*er
 }  // namespace
 
 Complaints::Complaints() {
-    text().clear();
     snd_lib_error_set_local(&keep);
 }
 
 Complaints::~Complaints() {
     snd_lib_error_set_local(nullptr);
+    text().clear();
 }
 
 std::string Complaints::shown() {

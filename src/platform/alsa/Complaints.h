@@ -13,8 +13,8 @@ public:
     Complaints(const Complaints&) = delete;
     Complaints& operator=(const Complaints&) = delete;
 
-    /// The first complaint since the last object began, which is the closest to the cause, in
-    /// brackets after a blank; empty when there was none.
+    /// The first complaint since the thread's object began, which is the closest to the cause, in
+    /// brackets after a blank; empty when there was none, and when no object exists.
     static std::string shown();
 };
 
