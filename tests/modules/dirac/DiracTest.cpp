@@ -106,9 +106,10 @@ TEST_F(DiracTest, QueuesAHandlerWithAValue) {
 
 TEST_F(DiracTest, StartsWithoutAttenuationAndActiveFilter) {
     startPlatform();
-    constructWorker();
-    EXPECT_EQ(worker().getAttenuation(), 0.0);
-    EXPECT_EQ(worker().getActiveFilterIdx(), 0);
+    constructWorker([this] {
+        EXPECT_EQ(worker().getAttenuation(), 0.0);
+        EXPECT_EQ(worker().getActiveFilterIdx(), 0);
+    });
 }
 
 TEST_F(DiracTest, ProvidesTheBackupsAndTheCastFlag) {
