@@ -18,6 +18,8 @@ public:
         silence   ///< nothing came within `patience`; the call stays open
     };
 
+    EndpointStream(const EndpointStream&) = delete;
+    EndpointStream& operator=(const EndpointStream&) = delete;
     virtual ~EndpointStream() = default;
 
     /// Throws DeviceError when the call failed, Interrupted once the client's stop was requested.
@@ -25,8 +27,6 @@ public:
 
 protected:
     EndpointStream() = default;
-    EndpointStream(const EndpointStream&) = delete;
-    EndpointStream& operator=(const EndpointStream&) = delete;
 };
 
 }  // namespace calibrate
