@@ -12,6 +12,10 @@ namespace {
 /// A device that moves nothing for so long is broken.
 constexpr std::chrono::seconds kLongestStandstill{5};
 
+/// How long a device is left alone that woke its user and moved nothing: no longer than a period
+/// lasts, so that frames that do come are not late.
+constexpr std::chrono::milliseconds kRest{1};
+
 std::string reason(int error) {
     return std::string(snd_strerror(error)) + Complaints::shown();
 }
@@ -141,6 +145,7 @@ int Pcm::wait(const WakeEvent* interrupt) {
     check(snd_pcm_poll_descriptors(get(), descriptors_.data(), count), "be waited for");
     descriptors_.back() = {interrupt ? interrupt->descriptor() : -1, POLLIN, 0};
     for (;;) {
+        restIfNothingMoved(interrupt);
         const auto timeout = static_cast<int>(patience().count());
         if (poll(descriptors_.data(), descriptors_.size(), timeout) <= 0)
             continue;
@@ -151,6 +156,7 @@ int Pcm::wait(const WakeEvent* interrupt) {
               "be waited for");
         if ((events & (POLLERR | POLLNVAL)) != 0)
             return whyItStopped();
+        hasMoved_ = false;
         if (events != 0)
             return 0;
     }
@@ -164,6 +170,14 @@ std::chrono::milliseconds Pcm::patience() const {
                         ? "has taken no audio for 5 s"
                         : "has delivered nothing for 5 s");
     return std::chrono::ceil<std::chrono::milliseconds>(kLongestStandstill - waited);
+}
+
+/// Without it a device that always seems ready, or fails as soon as it starts, takes all of a core.
+void Pcm::restIfNothingMoved(const WakeEvent* interrupt) {
+    if (hasMoved_)
+        return;
+    const int descriptor = interrupt ? interrupt->descriptor() : -1;
+    waitForInput({&descriptor, 1}, kRest);
 }
 
 /// Of a device that wakes its user with an error. One that is gone may look as if it still ran: its
@@ -180,10 +194,12 @@ int Pcm::whyItStopped() const {
     }
 }
 
-void Pcm::recover(int error, const char* action) const {
+void Pcm::recover(int error, const char* action) {
     if (error != -EPIPE && error != -ESTRPIPE)
         check(error, action);
     patience();
+    restIfNothingMoved(nullptr);
+    hasMoved_ = false;
     // A suspended device is set up anew instead of resumed: its buffer is old by then.
     if (const int result = snd_pcm_prepare(get()); result < 0)
         check(result, std::string("be made ready again to ") + action);

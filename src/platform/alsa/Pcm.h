@@ -47,16 +47,20 @@ public:
     void setThresholds(snd_pcm_uframes_t start, snd_pcm_uframes_t wake) const;
 
     /// The device is wanted to move frames from now on: it has just moved some, or is asked to.
-    void expectMovement() { expectedSince_ = std::chrono::steady_clock::now(); }
+    void expectMovement() {
+        expectedSince_ = std::chrono::steady_clock::now();
+        hasMoved_ = true;
+    }
 
     /// Waits until the device can go on or `interrupt` is signalled (if given). Negative when the
     /// device has stopped: an error for recover(). Throws AlsaError when it has moved nothing for
-    /// too long, however often it wakes its user.
+    /// too long, however often it wakes its user, who rests before the next wait for it.
     int wait(const WakeEvent* interrupt);
 
-    /// Makes the device ready again after an underrun, overrun or suspension. Throws AlsaError when
-    /// `error` is anything else, or when the device has moved nothing for too long.
-    void recover(int error, const char* action) const;
+    /// Makes the device ready again after an underrun, overrun or suspension; rests when it has
+    /// moved nothing since the last one. Throws AlsaError when `error` is anything else, or when
+    /// the device has moved nothing for too long.
+    void recover(int error, const char* action);
 
     /// Throws AlsaError when `result` is an error.
     int check(int result, const std::string& action) const;
@@ -66,12 +70,14 @@ private:
                 unsigned rate, unsigned channels);
     std::chrono::milliseconds patience() const;
     int whyItStopped() const;
+    void restIfNothingMoved(const WakeEvent* interrupt);
 
     const std::string name_;
     const std::unique_ptr<snd_pcm_t, int (*)(snd_pcm_t*)> handle_;
     snd_pcm_uframes_t period_{0};
     snd_pcm_uframes_t buffer_{0};
     std::chrono::steady_clock::time_point expectedSince_{std::chrono::steady_clock::now()};
+    bool hasMoved_{true};              // since it last let its user go on or was made ready again
     std::vector<pollfd> descriptors_;  // the last one is the interrupting event's
 };
 

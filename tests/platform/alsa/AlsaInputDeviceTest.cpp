@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <ctime>
 #include <future>
 #include <thread>
 
@@ -70,6 +71,9 @@ protected:
         ADD_FAILURE() << "The read does not end";
         return -1;
     }
+
+    /// What the process has computed so far.
+    static double processorSeconds() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
 
     const LogCapture log{"Platform"};
     std::unique_ptr<RoomFiles> files;
@@ -195,6 +199,33 @@ TEST_F(AlsaInputDeviceTest, ADeviceThatWakesItsReaderForNothingIsGivenUp) {
     EXPECT_EQ(blocksUntilFailure(device, std::chrono::seconds(10)), 32);
     EXPECT_GE(Clock::now() - begin, std::chrono::seconds(5));
     EXPECT_TRUE(log.contains("\"waking\": has delivered nothing for 5 s"));
+}
+
+TEST_F(AlsaInputDeviceTest, ADeviceThatMovesNothingTakesLittleOfACore) {
+    const AlsaConfiguration faulty(faultyDevices());
+    for (const char* name : {"waking", "lame"}) {
+        const std::shared_ptr device = microphone(name);
+        ASSERT_TRUE(device->open());
+        const double before = processorSeconds();
+        EXPECT_GT(blocksUntilFailure(device, std::chrono::seconds(10)), 20) << name;
+        EXPECT_LT(processorSeconds() - before, 1) << name << ", in 5 s";
+        EXPECT_TRUE(log.contains('"' + std::string(name) + "\": has delivered nothing for 5 s"));
+    }
+}
+
+TEST_F(AlsaInputDeviceTest, ABlockOfManyPeriodsIsNotLate) {
+    nlohmann::json room = measuredRoom(1);
+    room["pace"] = "realtime";
+    enterRoom(room);
+    const auto device = microphone();
+    ASSERT_TRUE(device->open());
+    QByteArray data;
+    ASSERT_TRUE(device->read(data, 1000));  // starts it
+    const auto begin = Clock::now();
+    for (int i = 0; i < 20; ++i)
+        ASSERT_TRUE(device->read(data, 1000));
+    EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(500));  // they last 417 ms
+    EXPECT_EQ(device->overruns(), 0U);
 }
 
 TEST_F(AlsaInputDeviceTest, ASuspendedDeviceGoesOn) {

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <future>
 #include <random>
 
@@ -199,6 +200,13 @@ TEST_F(AlsaOutputDeviceTest, ADeviceThatWakesItsWriterForNothingIsGivenUp) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(failureOfWrites("waking", 10s), "\"waking\": has taken no audio for 5 s");
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 5s);
+}
+
+TEST_F(AlsaOutputDeviceTest, ADeviceThatTakesNothingTakesLittleOfACore) {
+    const AlsaConfiguration faulty(faultyDevices());
+    const std::clock_t before = std::clock();
+    EXPECT_EQ(failureOfWrites("waking", 10s), "\"waking\": has taken no audio for 5 s");
+    EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC) << "in 5 s";
 }
 
 TEST_F(AlsaOutputDeviceTest, ASuspendedDeviceGoesOn) {

@@ -20,7 +20,7 @@ constexpr snd_pcm_uframes_t kAhead = 512;        // frames, captured but not rea
 constexpr snd_pcm_uframes_t kFramesLong = 4146;  // of a life; no whole number of blocks
 constexpr unsigned kCoarsePeriod = 4096;         // frames
 
-enum class Fault { Unplugged, Erring, Waking, Suspended, Xrunning, None };
+enum class Fault { Unplugged, Erring, Waking, Suspended, Xrunning, Lame, None };
 
 class Device {
 public:
@@ -32,12 +32,16 @@ public:
     static Device& of(snd_pcm_ioplug_t* io) { return *static_cast<Device*>(io->private_data); }
 
     int descriptor() const { return descriptor_; }
-    void prepare() { position_ = 0; }
+
+    void prepare() {
+        if (fault_ != Fault::Lame)
+            position_ = 0;
+    }
 
     snd_pcm_sframes_t pointer() {
         if (!isOver())
             advance();
-        if (isOver() && fault_ == Fault::Xrunning)
+        if (isOver() && (fault_ == Fault::Xrunning || fault_ == Fault::Lame))
             return -EPIPE;
         if (isOver() && fault_ == Fault::Unplugged)
             io.state = SND_PCM_STATE_DISCONNECTED;
@@ -98,7 +102,7 @@ const snd_pcm_ioplug_callback_t kCallbacks = [] {
 }();
 
 Fault faultOf(const std::string& name) {
-    constexpr std::array kNames{"unplugged", "erring", "waking", "suspended", "xrunning"};
+    constexpr std::array kNames{"unplugged", "erring", "waking", "suspended", "xrunning", "lame"};
     return static_cast<Fault>(std::ranges::find(kNames, name) - kNames.begin());
 }
 
