@@ -98,7 +98,7 @@ void Dirac::on_watcher_done() {
     DIRAC_SCOPED_TRACE();
     const VeskValue settings = slotsSettingsItem->value();
     updateUiMenuNode(settings.diracSlotsList());
-    CMRoot()->setValue(VeskDiracSlotsRuntimePath(), settings, {});
+    writeRuntime(settings);
 
     auto* const proxy = new SystemAttenuationProxy(QStringLiteral("Dirac"), kAttenuationFade, true);
     attenuationProxy = proxy;

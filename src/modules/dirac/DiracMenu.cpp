@@ -176,10 +176,12 @@ void Dirac::updateUiMenuNode(const VeskDiracSlotsList& list) {
     const int active = activeSlotOf(list);
     LOG4CPLUS_DEBUG(logger, "updateUiMenuNode: activeSlot: " << active);
     // A choice of the user's that is still on its way to the settings comes back from there.
-    if (menuChange && menuChange->origin == MenuOrigin::User)
+    if (menuChange && menuChange->origin == MenuOrigin::User) {
         heldBackSelection = active;
-    else
-        selectInMenu(active, MenuOrigin::Settings);
+        return;
+    }
+    heldBackSelection.reset();
+    selectInMenu(active, MenuOrigin::Settings);
 }
 
 void Dirac::appendMenuRow(const TrString& title, int slotIdx) {

@@ -277,6 +277,24 @@ TEST_F(DiracMenuTest, AChoiceThatACastSessionOvertakesGivesTheMenuBackToTheSetti
     EXPECT_EQ(settings().activeSlot(), 2);
 }
 
+TEST_F(DiracMenuTest, AChoiceThatWasTakenBackHoldsNothingBack) {
+    startWith(settingsOf(0, someSlots()));
+    inWorkerThread([&] {
+        // The worker has all waiting: the choice of slot 2, a change of the name, slot 0 again.
+        CMRoot()->setValue(VeskDiracActiveFilterPath(), VeskValue::ofI32(2), {});
+        QList<VeskDiracSlot> renamed = someSlots();
+        renamed[0].setName(QStringLiteral("Renamed"));
+        CMRoot()->setValue(VeskDiracSlotsSettingsPath(), settingsOf(0, renamed), {});
+        CMRoot()->setValue(VeskDiracActiveFilterPath(), VeskValue::ofI32(0), {});
+    });
+    settle();
+    setCast(true);
+    CMRoot()->setValue(VeskDiracSlotsSettingsPath(), settingsOf(5, someSlots()), {});
+    settle();
+    EXPECT_EQ(menuSelection(), 5);
+    EXPECT_EQ(settings().activeSlot(), 5);
+}
+
 TEST_F(DiracMenuTest, AChoiceSurvivesACallOfItsHandlerWithAnotherSlot) {
     startWith(settingsOf(0, someSlots()));
     inWorkerThread([&] {
