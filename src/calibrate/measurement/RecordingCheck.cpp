@@ -173,12 +173,15 @@ Check checkCompleteness(const Recording& recording, const LogSweep& sweep,
     return check;
 }
 
-Check checkContinuity(const Recording& recording, const LogSweep& sweep,
-                      const Deconvolution& deconvolution) {
-    Check check{Subject::continuity, Verdict::good, 0, "No samples are lost."};
-    const auto arrivals = bandArrivals(deconvolution.response);
+std::optional<Check> checkContinuity(const Recording& recording, const LogSweep& sweep,
+                                     const Deconvolution& deconvolution) {
+    auto arrivals = bandArrivals(deconvolution.response);
+    std::erase_if(arrivals, [&](const BandArrival& arrival) {
+        return !recording.range.holdsOctave(arrival.frequency);
+    });
     if (arrivals.empty())
-        return check;
+        return {};
+    Check check{Subject::continuity, Verdict::good, 0, "No samples are lost."};
     const auto [first, last] = std::ranges::minmax_element(arrivals, {}, &BandArrival::time);
     check.value = spread(arrivals);
     if (check.value <= kLostTime)
@@ -203,24 +206,31 @@ std::string bandList(const std::vector<BandRatio>& bands) {
     return list;
 }
 
-Check checkBandNoise(const Recording& recording, const LogSweep& sweep) {
+std::optional<Check> checkBandNoise(const Recording& recording, const LogSweep& sweep) {
     auto bands = signalToNoise(recording.samples, recording.silence, recording.sampleRate, sweep);
-    Check check{Subject::bandNoise, Verdict::good, 0, "Every octave stands out of the noise."};
+    std::erase_if(
+        bands, [&](const BandRatio& band) { return !recording.range.holdsOctave(band.frequency); });
     if (bands.empty())
-        return check;
+        return {};
+    Check check{Subject::bandNoise, Verdict::good, 0, "Every octave stands out of the noise."};
+    const std::size_t fatal = std::min(kUselessBands, bands.size());
     check.value = std::ranges::min_element(bands, {}, &BandRatio::ratio)->ratio;
     std::erase_if(bands, [](const BandRatio& band) { return band.ratio >= kPoorBand; });
     const auto useless = static_cast<std::size_t>(std::ranges::count_if(
         bands, [](const BandRatio& band) { return band.ratio < kUselessBand; }));
     if (bands.empty())
         return check;
-    check.verdict = useless >= kUselessBands ? Verdict::unusable : Verdict::poor;
+    check.verdict = useless >= fatal ? Verdict::unusable : Verdict::poor;
     check.text = "\"" + recording.speaker + "\" hardly stands out of the noise at " +
                  bandList(bands) + ". Turn the volume up, or make the room quieter.";
     return check;
 }
 
 }  // namespace
+
+bool PlayedRange::holdsOctave(double middle) const {
+    return middle * std::sqrt(0.5) >= lowest && middle * std::sqrt(2.0) <= highest;
+}
 
 std::string subjectName(Subject subject) {
     constexpr std::array kNames{"signal",       "clipping",   "noise",     "sweep",
@@ -245,8 +255,10 @@ const std::string& RecordingChecks::summary() const {
 RecordingChecks checkRecording(const Recording& recording, const LogSweep& sweep,
                                const Deconvolution& deconvolution) {
     RecordingChecks result;
-    const auto add = [&result](Check check) {
-        result.checks.push_back(std::move(check));
+    const auto add = [&result](std::optional<Check> check) {
+        if (!check)
+            return true;
+        result.checks.push_back(*std::move(check));
         return result.checks.back().verdict != Verdict::unusable;
     };
     // Each check may rely on those before it; && ends the row at the first that is unusable.

@@ -2,10 +2,20 @@
 
 #include "calibrate/measurement/Deconvolution.h"
 
+#include <limits>
 #include <string>
 #include <vector>
 
 namespace calibrate::measurement {
+
+/// What a loudspeaker plays; beyond it there may be nothing but noise.
+struct PlayedRange {
+    double lowest{0};  ///< Hz
+    double highest{std::numeric_limits<double>::infinity()};
+
+    /// Whether the whole octave around a frequency (Hz) is played.
+    bool holdsOctave(double middle) const;
+};
 
 /// A speaker's sweep as the microphone heard it.
 struct Recording {
@@ -13,6 +23,7 @@ struct Recording {
     double sampleRate{0};         ///< Hz
     std::vector<double> silence;  ///< before the sweep; may be empty
     std::vector<double> samples;  ///< from the sweep's start or before; not empty
+    PlayedRange range{};          ///< of the speaker
 };
 
 enum class Verdict {
@@ -46,7 +57,8 @@ struct RecordingChecks {
 
 /// Looks at a recording and at what deconvolve() made of it, from the coarsest fault to the finest:
 /// no signal, clipping, a loud room, something else than the sweep (nothing, another sample rate),
-/// a sweep cut short, lost samples, too little signal in single octaves.
+/// a sweep cut short, lost samples, too little signal in single octaves. The last two look at the
+/// octaves of the speaker's range only, and are left out where there is none to look at.
 RecordingChecks checkRecording(const Recording& recording, const LogSweep& sweep,
                                const Deconvolution& deconvolution);
 

@@ -14,6 +14,7 @@ namespace {
 using protocol::LogSweepInfo;
 
 constexpr unsigned kSubwoofer = 4;
+constexpr double kSubwoofersEnd = 120;  // Hz, up to which every subwoofer plays
 
 // What no device needs more of; the protocol takes no more either.
 constexpr std::uint32_t kMostTaps = 65'536;
@@ -137,6 +138,13 @@ void checkFilters(const DeviceProfile& profile) {
 }
 
 }  // namespace
+
+measurement::PlayedRange DeviceProfile::Speaker::range() const {
+    measurement::PlayedRange range;
+    if (subwoofer)
+        range.highest = kSubwoofersEnd;
+    return range;
+}
 
 double DeviceProfile::sweepPeriod() const {
     return static_cast<double>((sweep.length + sweep.silence) * sweep.periods) / sweep.sampleRate;

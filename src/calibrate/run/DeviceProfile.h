@@ -4,6 +4,7 @@
 #include "calibrate/EndpointClient.h"
 #include "calibrate/design/SystemDesign.h"
 #include "calibrate/measurement/LogSweep.h"
+#include "calibrate/measurement/RecordingCheck.h"
 
 #include <string>
 #include <vector>
@@ -16,6 +17,9 @@ struct DeviceProfile {
         std::string name;  ///< of this device's speakers no other has the same
         bool subwoofer{false};
         unsigned group{0};
+
+        /// What it can be relied on to play: the device does not tell where a subwoofer ends.
+        measurement::PlayedRange range() const;
     };
 
     protocol::DeviceInfo device;

@@ -93,14 +93,6 @@ bool isUnusable(const SweepResult& result) {
     return result.checks.worst() == Verdict::unusable;
 }
 
-/// A subwoofer is silent where these look.
-void leaveOutHighOctaves(measurement::RecordingChecks& checks) {
-    std::erase_if(checks.checks, [](const Check& check) {
-        return check.subject == Check::Subject::continuity ||
-               check.subject == Check::Subject::bandNoise;
-    });
-}
-
 Json json(const SweepResult& result) {
     Json checks = Json::array();
     for (const auto& check : result.checks.checks) {
@@ -252,10 +244,8 @@ SweepResult PositionMeasurement::evaluateOne(SeparatedSweep part,
                                              const std::vector<double>& silence,
                                              const DeviceProfile::Speaker& speaker) const {
     measurement::Recording recording{speaker.name, static_cast<double>(profile_.microphoneRate),
-                                     silence, std::move(part.samples)};
+                                     silence, std::move(part.samples), speaker.range()};
     auto checks = measurement::checkRecording(recording, profile_.sweep, part.deconvolution);
-    if (speaker.subwoofer)
-        leaveOutHighOctaves(checks);
     auto response = part.deconvolution.response;
     response.start += part.origin;
     for (auto& sample : response.samples)

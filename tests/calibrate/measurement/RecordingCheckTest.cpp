@@ -8,10 +8,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
+#include <numbers>
 
 using namespace calibrate::measurement;
+using testing::AllOf;
+using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -21,6 +26,27 @@ Recording goodRecording() {
     const auto room = smallRoom(12'000, 900, 0.1, 1);
     const auto samples = heard(sweepSamples(kSweep), room, -60, 2);
     return {"front left", 48'000, whiteNoise(24'000, 1e-3 * rms(samples), 3), samples};
+}
+
+/// A subwoofer's, in a room whose noise is far above what a subwoofer plays in the treble.
+Recording subwooferRecording() {
+    // Two sections of first order at 100 Hz: 55 dB down at 2 kHz.
+    const double keep = std::exp(-2 * std::numbers::pi * 100 / 48'000);
+    std::vector<double> woofer(12'000);
+    for (std::size_t i = 900; i < woofer.size(); ++i) {
+        const double n = static_cast<double>(i - 900);
+        woofer[i] = (1 - keep) * (1 - keep) * (n + 1) * std::pow(keep, n);
+    }
+    const auto samples = heard(sweepSamples(kSweep), woofer, -55, 9);
+    const double noise = rms(samples) * std::pow(10.0, -55.0 / 20);
+    return {"subwoofer", 48'000, whiteNoise(48'000, noise, 10), samples, {0, 120}};
+}
+
+std::vector<std::string> subjects(const RecordingChecks& checks) {
+    std::vector<std::string> names;
+    for (const auto& check : checks.checks)
+        names.push_back(subjectName(check.subject));
+    return names;
 }
 
 RecordingChecks check(const Recording& recording) {
@@ -116,6 +142,39 @@ TEST(RecordingCheck, noisyOctavesAreNamed) {
     const auto checks = check(recording);
     EXPECT_NE(checks.worst(), Verdict::good);
     EXPECT_THAT(checks.checks.back().text, HasSubstr("16 kHz"));
+}
+
+TEST(RecordingCheck, octavesThatASubwooferDoesNotPlayAreNotJudged) {
+    const auto checks = check(subwooferRecording());
+    EXPECT_EQ(checks.worst(), Verdict::good) << checks.summary();
+    EXPECT_THAT(subjects(checks),
+                ElementsAre("signal", "clipping", "noise", "sweep", "completeness", "band_noise"));
+}
+
+TEST(RecordingCheck, theSameRecordingIsUnusableForASpeakerOfTheWholeRange) {
+    auto recording = subwooferRecording();
+    recording.range = {};
+    expectUnusable(recording, Check::Subject::continuity, "samples were lost");
+}
+
+TEST(RecordingCheck, noiseInTheOctavesThatASubwooferPlaysIsTold) {
+    auto recording = subwooferRecording();
+    auto hum = whiteNoise(recording.samples.size() + 48'000, 1, 11);
+    double last = 0;
+    for (double& sample : hum)
+        sample = last = 0.99 * last + sample;
+    const double level = 0.4 * rms(recording.samples) / rms(hum);
+    for (double& sample : hum)
+        sample *= level;
+    std::transform(recording.samples.begin(), recording.samples.end(), hum.begin(),
+                   recording.samples.begin(), std::plus<>());
+    recording.silence.assign(hum.end() - 48'000, hum.end());
+    const auto checks = check(recording);
+    EXPECT_NE(checks.worst(), Verdict::good);
+    EXPECT_EQ(subjectName(checks.checks.back().subject), "band_noise");
+    EXPECT_THAT(checks.checks.back().text,
+                AllOf(HasSubstr("\"subwoofer\" hardly stands out of the noise at"),
+                      HasSubstr("63 Hz"), Not(HasSubstr("kHz"))));
 }
 
 TEST(RecordingCheck, clapIsNoSweep) {
