@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace calibrate::measurement {
 namespace {
@@ -12,20 +13,27 @@ namespace {
 constexpr unsigned kHighestOrder = 5;
 
 /// Regularisation relative to the sweep's power at the same frequency: nothing that counts within
-/// the sweep's range, all where it has none.
+/// the sweep's range, all above it.
 constexpr double kInBand = 1e-10;
 constexpr double kOutOfBand = 1.0;
 
-/// Weight from 0 (inside the sweep's range) to 1 (outside) on a logarithmic frequency axis.
-double outside(const LogSweep& sweep, double frequency) {
-    const double lowest = 0.7 * sweep.startFrequency;
+/// Octaves below the sweep's start over which its response ends. The sweep starts abruptly and so
+/// has power there too. A steep end would ring longer, and further ahead, than the response is
+/// kept.
+constexpr double kLowEnd = 2;
+
+/// Weight from 0 (up to the sweep's upper end) to 1 (above it) on a logarithmic frequency axis.
+double above(const LogSweep& sweep, double frequency) {
+    const double covered = sweep.highestCovered();
     const double highest = sweep.fadeOutTail > 1 ? sweep.endFrequency - sweep.fadeOutTail / 2
                                                  : 1.1 * sweep.endFrequency;
-    const auto part = [](double inner, double outer, double f) {
-        return std::clamp(std::log(f / inner) / std::log(outer / inner), 0.0, 1.0);
-    };
-    return frequency < sweep.lowestCovered() ? part(sweep.lowestCovered(), lowest, frequency)
-                                             : part(sweep.highestCovered(), highest, frequency);
+    return std::clamp(std::log(frequency / covered) / std::log(highest / covered), 0.0, 1.0);
+}
+
+/// Weight from 1 (from the sweep's start on) to 0, a raised cosine on a logarithmic axis.
+double lowEnd(const LogSweep& sweep, double frequency) {
+    const double octaves = std::log2(sweep.startFrequency / frequency);
+    return 0.5 + 0.5 * std::cos(std::numbers::pi * std::clamp(octaves / kLowEnd, 0.0, 1.0));
 }
 
 /// The power that a sweep's spectrum has at a frequency, by its dwell there.
@@ -45,9 +53,10 @@ std::vector<double> divide(std::span<const double> recording, double sampleRate,
     for (std::size_t bin = 0; bin < quotient.size(); ++bin) {
         const double frequency =
             std::max(static_cast<double>(bin), 0.5) * sampleRate / static_cast<double>(size);
-        const double share = std::pow(kInBand / kOutOfBand, 1 - outside(sweep, frequency));
+        const double share = std::pow(kInBand / kOutOfBand, 1 - above(sweep, frequency));
         const double floor = share * kOutOfBand * expectedPower(sweep, frequency, sampleRate);
-        quotient[bin] *= std::conj(divisor[bin]) / (std::norm(divisor[bin]) + floor);
+        quotient[bin] *=
+            lowEnd(sweep, frequency) * std::conj(divisor[bin]) / (std::norm(divisor[bin]) + floor);
     }
     return inverseFft(quotient, size);
 }

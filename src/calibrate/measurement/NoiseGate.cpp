@@ -9,11 +9,11 @@
 namespace calibrate::measurement {
 namespace {
 
-constexpr double kLowest = 20;       // Hz; everything below belongs to the first octave
-constexpr double kAboveNoise = 1.6;  // times the noise's power: 2 dB
-constexpr double kFade = 0.4;        // of the time until the octave has sunk
-constexpr double kLead = 0.002;      // s and periods before the onset that are kept
-constexpr double kLeadPeriods = 3;
+constexpr double kLowest = 20;        // Hz; everything below belongs to the first octave
+constexpr double kAboveNoise = 1.6;   // times the noise's power: 2 dB
+constexpr double kFade = 0.4;         // of the time until the octave has sunk
+constexpr double kLead = 0.002;       // s and periods before the onset that are kept: an octave by
+constexpr double kLeadPeriods = 8;    // itself rings ahead, and only all together cancel that
 constexpr double kBlockPeriods = 8;   // over which an octave's power is averaged
 constexpr double kLeastBlock = 0.01;  // s
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <numbers>
 
 using namespace calibrate::measurement;
 
@@ -53,6 +54,29 @@ TEST(Deconvolution, shortLowSweepFindsTheBass) {
     const auto result =
         deconvolve(heard(sweepSamples(sweep), room, -80, 5), 48'000, sweep, {0.08, 1.0});
     EXPECT_LT(errorBetween({48'000, room, 0}, result.response, 30, 250), -40);
+}
+
+TEST(Deconvolution, findsASubwooferThatReachesBelowTheSweepsRange) {
+    // Resonances that swell within some periods, one of them at the sweep's very start.
+    std::vector<double> woofer(24'000);
+    for (std::size_t i = 900; i < woofer.size(); ++i) {
+        const double time = static_cast<double>(i - 900) / 48'000;
+        for (const double frequency : {11.0, 30.0, 70.0}) {
+            const double angle = 2 * std::numbers::pi * frequency * time;
+            woofer[i] += angle * std::exp(-angle / 4) * std::sin(angle) * (frequency - 10) / 60;
+        }
+    }
+    const auto result = deconvolve(heard(sweepSamples(kSweep), woofer, -60, 7), 48'000, kSweep);
+    EXPECT_LT(errorBetween({48'000, woofer, 0}, result.response, 20, 20'000), -60);
+}
+
+TEST(Deconvolution, anOffsetOfTheMicrophoneIsNoBass) {
+    const auto room = smallRoom(12'000, 900, 0.3, 1);
+    auto recording = heard(sweepSamples(kSweep), room, -60, 2);
+    for (double& sample : recording)
+        sample += 0.02;
+    const auto result = deconvolve(recording, 48'000, kSweep);
+    EXPECT_LT(errorBetween({48'000, room, 0}, result.response, 20, 20'000), -60);
 }
 
 TEST(Deconvolution, noiseHasNoPeak) {
