@@ -5,7 +5,7 @@
 #include "platform/alsa/XrunLog.h"
 
 #include <algorithm>
-#include <atomic>
+#include <cstdint>
 #include <optional>
 
 using platform::AlsaError;
@@ -42,7 +42,6 @@ public:
 
     int bytesPerSample() const { return std::max(snd_pcm_format_physical_width(format_), 0) / 8; }
     int channels() const { return static_cast<int>(channels_); }
-    std::uint64_t overruns() const { return overruns_; }
 
     void open() {
         pcm_.reset();
@@ -110,7 +109,7 @@ private:
     const snd_pcm_format_t format_;
     const Pcm::Sizes sizes_;
     XrunLog log_;
-    std::atomic<std::uint64_t> overruns_{0};
+    std::uint64_t overruns_{0};
     std::optional<Pcm> pcm_;     // none: not open
     snd_pcm_uframes_t wake_{0};  // frames; 0: not yet set
 };
@@ -141,10 +140,6 @@ int AlsaInputDevice::bytesPerSample() const {
 
 int AlsaInputDevice::channels() const {
     return private_->channels();
-}
-
-std::uint64_t AlsaInputDevice::overruns() const {
-    return private_->overruns();
 }
 
 bool AlsaInputDevice::read(QByteArray& data, int frames) {

@@ -4,7 +4,6 @@
 #include <QString>
 #include <alsa/asoundlib.h>
 
-#include <cstdint>
 #include <memory>
 
 /// An ALSA capture device. Used in one thread at a time; the destructor closes it.
@@ -26,12 +25,9 @@ public:
     virtual int channels() const;
 
     /// Reads `frames` frames into `data`, which it resizes to what was read; waits for them.
-    /// Overruns are recovered and counted. False when the device is gone, delivers nothing for
-    /// seconds, or is not open.
+    /// Overruns, audio that was lost because nobody read it, are recovered and counted in the log.
+    /// False when the device is gone, delivers nothing for seconds, or is not open.
     virtual bool read(QByteArray& data, int frames);
-
-    /// How often audio was lost because nobody read it. Any thread.
-    std::uint64_t overruns() const;
 
 private:
     class Private;

@@ -99,7 +99,7 @@ TEST_F(AlsaInputDeviceTest, ReadsBlocksOfTheWantedLength) {
         ASSERT_TRUE(device->read(data, frames));
         EXPECT_EQ(data.size(), frames * 4);
     }
-    EXPECT_EQ(device->overruns(), 0U);
+    EXPECT_FALSE(log.contains("overrun"));
 }
 
 TEST_F(AlsaInputDeviceTest, HearsWhatIsPlayed) {
@@ -225,7 +225,7 @@ TEST_F(AlsaInputDeviceTest, ABlockOfManyPeriodsIsNotLate) {
     for (int i = 0; i < 20; ++i)
         ASSERT_TRUE(device->read(data, 1000));
     EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(500));  // they last 417 ms
-    EXPECT_EQ(device->overruns(), 0U);
+    EXPECT_FALSE(log.contains("overrun"));
 }
 
 TEST_F(AlsaInputDeviceTest, ASuspendedDeviceGoesOn) {
@@ -235,7 +235,7 @@ TEST_F(AlsaInputDeviceTest, ASuspendedDeviceGoesOn) {
     QByteArray data;
     for (int i = 0; i < 100; ++i)
         ASSERT_TRUE(device->read(data, kBlock));
-    EXPECT_EQ(device->overruns(), 0U);
+    EXPECT_FALSE(log.contains("overrun"));
 }
 
 TEST_F(AlsaInputDeviceTest, OverrunsAreCountedAndRecovered) {
@@ -245,7 +245,9 @@ TEST_F(AlsaInputDeviceTest, OverrunsAreCountedAndRecovered) {
     const auto device = microphone();
     ASSERT_TRUE(device->open());
     QByteArray data;
-    EXPECT_TRUE(eventually([&] { return device->read(data, kBlock) && device->overruns() >= 2; }));
+    EXPECT_TRUE(eventually([&] {
+        return device->read(data, kBlock) && log.contains("WARN \"room\": overrun number 2");
+    }));
     EXPECT_EQ(data.size(), kBlock * 4);
     EXPECT_TRUE(log.contains("WARN \"room\": overrun number 1"));
 }
