@@ -59,6 +59,9 @@ void post(WorkerMailbox& worker, const CMPath& path, const VeskValue& value,
     worker.post(CMSetDataRequest(path, value, reply.promised(unanswered)));
 }
 
+/// What this thread has last set a value of and not yet waited for. Only compared.
+thread_local const void* treeChangedByThread = nullptr;
+
 }  // namespace
 
 /// The nodes, their followers, and the changes on their way from the ones to the others.
@@ -83,6 +86,7 @@ public:
     void unfollow(const std::shared_ptr<Follower>& follower);
 
     bool waitUntilReported(std::chrono::milliseconds timeout) const;
+    bool takeOwnChange() const;
 
     Storage storage;  // constant once the tree has clients
 
@@ -155,9 +159,15 @@ std::vector<CMPath> Tree::Private::watchedWithoutValue() const {
     return {paths.begin(), paths.end()};
 }
 
+/// Whether the thread has changed the tree, or has tried to, since it was asked last.
+bool Tree::Private::takeOwnChange() const {
+    return std::exchange(treeChangedByThread, nullptr) == this;
+}
+
 /// Compares without the lock, because comparing large values takes time, and begins anew when
 /// another thread has changed the node meanwhile.
 void Tree::Private::changeValue(const CMPath& path, const VeskValue& value) {
+    treeChangedByThread = this;
     for (;;) {
         const auto node = find(path);
         if (!node || (node->hasValue && node->value == value))
@@ -377,7 +387,7 @@ void Tree::setStorage(Storage storage) {
 }
 
 bool Tree::waitUntilStored(std::chrono::milliseconds timeout) const {
-    if (!private_->storage)
+    if (!private_->storage || !private_->takeOwnChange())
         return true;
     using Clock = std::chrono::steady_clock;
     const auto end = Clock::now() + timeout;

@@ -124,7 +124,8 @@ public:
 
     /// Waits until every change of a persistent value made before is stored; false when that takes
     /// longer than `timeout` or cannot be done at present. True at once when nothing is to be
-    /// stored.
+    /// stored, and when the thread has set no value since its last call: whoever only reads neither
+    /// waits for another's changes nor has half of them stored.
     bool waitUntilStored(std::chrono::milliseconds timeout) const;
 
     // Tools.

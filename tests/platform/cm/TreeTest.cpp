@@ -326,8 +326,28 @@ TEST_F(TreeTest, NothingIsWaitedForWithoutAStorage) {
     EXPECT_TRUE(tree_->waitUntilStored(std::chrono::milliseconds(0)));
 }
 
+TEST_F(TreeTest, AThreadWaitsForTheStorageOfWhatItHasSet) {
+    provide(kPath, 1);
+    int asked = 0;
+    tree_->setStorage([&](std::chrono::milliseconds) { return ++asked > 0; });
+    tree_->waitUntilStored(std::chrono::milliseconds(0));  // for what other tests have set
+    asked = 0;
+    std::thread([this] { write(kPath, 2); }).join();
+    EXPECT_TRUE(tree_->waitUntilStored(std::chrono::milliseconds(0)));
+    EXPECT_EQ(asked, 0) << "another thread has set it";
+    write(kPath, 3);
+    EXPECT_TRUE(tree_->waitUntilStored(std::chrono::milliseconds(0)));
+    EXPECT_EQ(asked, 1);
+    EXPECT_TRUE(tree_->waitUntilStored(std::chrono::milliseconds(0)));
+    EXPECT_EQ(asked, 1) << "nothing new";
+    write(kPath, 3);
+    EXPECT_TRUE(tree_->waitUntilStored(std::chrono::milliseconds(0)));
+    EXPECT_EQ(asked, 2) << "the same value may not be stored yet";
+}
+
 TEST_F(TreeTest, StorageIsAskedWhenEveryEarlierChangeHasBeenReported) {
     provide(kPath, 1);
+    provide(kOther, 1);
     std::atomic<bool> isReported{false};
     std::atomic<bool> wasReportedBefore{false};
     tree_->setStorage([&](std::chrono::milliseconds) {
@@ -343,6 +363,7 @@ TEST_F(TreeTest, StorageIsAskedWhenEveryEarlierChangeHasBeenReported) {
     });
     std::thread writer([this] { write(kPath, 2); });
     entered.get_future().wait();
+    write(kOther, 2);
     EXPECT_FALSE(tree_->waitUntilReported(std::chrono::milliseconds(0)));
     go.set_value();
     EXPECT_TRUE(tree_->waitUntilStored(std::chrono::seconds(20)));
