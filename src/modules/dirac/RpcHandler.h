@@ -216,6 +216,7 @@ private:
     grpc::Status isTransferOpen() const;
     grpc::Status reserve(int taps, int biquads);
     grpc::Status takeTransferToEnd(int slot, std::shared_ptr<FilterTransfer>& transfer);
+    static grpc::Status checkBassControl(const FilterTransfer& transfer);
     void createSlot(const FilterTransfer& transfer);
     void storeDesign(const FilterTransfer& transfer);
     void closeTransfer(const std::shared_ptr<FilterTransfer>& transfer);

@@ -220,7 +220,20 @@ grpc::Status RpcHandler::takeTransferToEnd(int slot, std::shared_ptr<FilterTrans
     if (transfer_->slot.slot() != slot)
         return invalidArgument("wrong slot index");
     transfer = transfer_;
-    return isCellIndexValid(transferCell_.get());
+    return firstFailure({isCellIndexValid(transferCell_.get()), checkBassControl(*transfer_)});
+}
+
+/// The filter manager takes whole bass control for granted, and drops the slot's former design
+/// before it looks.
+grpc::Status RpcHandler::checkBassControl(const FilterTransfer& transfer) {
+    if (!transfer.hasBassControl ||
+        std::ranges::all_of(transfer.bassControl,
+                            &processing::BassControlFilterCoefficients::isWhole))
+        return grpc::Status::OK;
+    return invalidArgument(
+        "Filter transfer: bass control needs cells in section 4 of each variant, none above, and "
+        "in "
+        "each cell what its section carries");
 }
 
 void RpcHandler::createSlot(const FilterTransfer& transfer) {

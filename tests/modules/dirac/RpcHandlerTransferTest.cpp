@@ -79,6 +79,23 @@ protected:
         }
     }
 
+    /// Whole, for both variants.
+    void beginWithBassControl() {
+        begin(1);
+        fillCells();
+        ASSERT_EQ(setCell(4, 0, 0), "OK");
+        ASSERT_EQ(setDelayGain(0), "OK");
+        ASSERT_EQ(setDelayGain(1), "OK");
+    }
+
+    void expectBassControlRefused() {
+        EXPECT_EQ(
+            end(1),
+            "INVALID_ARGUMENT \"Filter transfer: bass control needs cells in section 4 of each "
+            "variant, none above, and in each cell what its section carries\"");
+        EXPECT_EQ(ask(&Stub::GetDeviceInfo, Void()).num_slots(), 4U) << "the device goes on";
+    }
+
     static VeskDiracSlot stored() { return VeskDiracSlot(settings().slots_().at(0)); }
 
     static VeskDiracChannelParams storedChannel(int variant, int channel) {
@@ -360,17 +377,49 @@ TEST_F(RpcHandlerTransferTest, HandsOverTheWholeBassControlAfterADelayGain) {
     }
 }
 
-TEST_F(RpcHandlerTransferTest, ACellWithoutWhatItsSectionCarriesIsTheServersError) {
+TEST_F(RpcHandlerTransferTest, ACellWithoutWhatItsSectionCarriesIsRefused) {
+    beginWithBassControl();
+    setCell(4, 0, 1);
+    EXPECT_EQ(setIir(1), "OK");
+    expectBassControlRefused();
+    EXPECT_EQ(setDelayGain(1), "OK");
+    EXPECT_EQ(end(1), "OK");
+}
+
+TEST_F(RpcHandlerTransferTest, BassControlThatEndsBeforeItsLastSectionIsRefused) {
     begin(1);
     fillCells();
-    for (const unsigned variant : {0U, 1U}) {
-        setCell(4, 0, 0);
-        EXPECT_EQ(setDelayGain(variant), "OK");
-        setCell(4, 0, 1);
-        EXPECT_EQ(setIir(variant), "OK");
-    }
-    EXPECT_EQ(end(1).substr(0, 8), "UNKNOWN ");
-    EXPECT_EQ(ask(&Stub::GetDeviceInfo, Void()).num_slots(), 4U) << "the device goes on";
+    setCell(3, 0, 0);
+    EXPECT_EQ(setIir(0), "OK");
+    EXPECT_EQ(setIir(1), "OK");
+    expectBassControlRefused();
+}
+
+TEST_F(RpcHandlerTransferTest, BassControlAboveItsLastSectionIsRefused) {
+    beginWithBassControl();
+    setCell(5, 0, 0);
+    EXPECT_EQ(setDelayGain(0), "OK");
+    expectBassControlRefused();
+}
+
+TEST_F(RpcHandlerTransferTest, BassControlForOneVariantOnlyIsRefused) {
+    begin(1);
+    fillCells();
+    setCell(4, 0, 0);
+    EXPECT_EQ(setDelayGain(0), "OK");
+    expectBassControlRefused();
+    EXPECT_EQ(setDelayGain(1), "OK");
+    EXPECT_EQ(end(1), "OK");
+}
+
+TEST_F(RpcHandlerTransferTest, RefusedBassControlLeavesTheStoredDesignAlone) {
+    transferFir(1, "Sofa", {0.25F}, 9);
+    begin(1);
+    setCell(0, 0, 0);
+    EXPECT_EQ(setIir(0), "OK");
+    const VeskDiracSlotsList before = settings();
+    expectBassControlRefused();
+    EXPECT_EQ(settings(), before);
 }
 
 TEST_F(RpcHandlerTransferTest, ADesignReachesTheSegment) {

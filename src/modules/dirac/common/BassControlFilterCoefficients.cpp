@@ -31,6 +31,18 @@ void BassControlFilterCoefficients::setDelayGainForCell(CellIndex cell, int dela
     gains[cell] = gain;
 }
 
+bool BassControlFilterCoefficients::isWhole() const {
+    return cellIndices.size() == kBassControlSections &&
+           std::ranges::all_of(cellIndices, [this](const std::vector<CellIndex>& cells) {
+               return std::ranges::all_of(
+                   cells, [this](const CellIndex& cell) { return isCellWhole(cell); });
+           });
+}
+
+bool BassControlFilterCoefficients::isCellWhole(const CellIndex& cell) const {
+    return isDelayGainSection(cell.sectionIdx) ? delays.contains(cell) : biquads.contains(cell);
+}
+
 std::vector<dio::endpoint::Biquad> BassControlFilterCoefficients::getBiquadsForCell(
     CellIndex cell) const {
     return biquads.at(cell);

@@ -4,10 +4,19 @@
 
 #include <endpoint.pb.h>
 
+#include <cstddef>
 #include <map>
 #include <vector>
 
 namespace processing {
+
+/// The sections of a design that manage the bass.
+inline constexpr std::size_t kBassControlSections = 5;
+
+/// Sections 2 and 4 carry delay and gain, the others biquads.
+constexpr bool isDelayGainSection(std::size_t section) {
+    return section == 2 || section == 4;
+}
 
 /// The bass control of one variant of a design, five sections of cells: sections 0, 1 and 3 carry
 /// biquads, sections 2 and 4 delay and gain. Numbers are kept as received. Cells are only ever
@@ -28,6 +37,10 @@ public:
     /// By section: its cells in the order in which they were added.
     std::vector<std::vector<CellIndex>> getCellIndices() const { return cellIndices; }
 
+    /// Whether it can be stored: it has all five sections and no other, and each cell has what its
+    /// section carries.
+    bool isWhole() const;
+
     // Throw std::out_of_range for a cell that was not given such a value.
     std::vector<dio::endpoint::Biquad> getBiquadsForCell(CellIndex cell) const;
     int getDelayForCell(CellIndex cell) const;
@@ -35,6 +48,7 @@ public:
 
 private:
     void appendToSection(CellIndex cell);
+    bool isCellWhole(const CellIndex& cell) const;
 
     std::map<CellIndex, std::vector<dio::endpoint::Biquad>> biquads;
     std::map<CellIndex, int> delays;

@@ -79,11 +79,6 @@ QVariantList variantRecord(const FilterCoefficients& filter) {
     return list;
 }
 
-/// Sections 2 and 4 carry delay and gain, the others biquads.
-bool isDelayGainSection(int section) {
-    return section == 2 || section == 4;
-}
-
 void setCellAddress(VeskDiracBcCells& record, const CellIndex& cell) {
     record.setInputIdx(static_cast<int>(cell.inputIdx));
     record.setOutputIdx(static_cast<int>(cell.outputIdx));
@@ -111,14 +106,15 @@ VeskDiracBcCells delayGainCell(const BassControlFilterCoefficients& filter, cons
 
 VeskDiracBcParams sectionRecord(const BassControlFilterCoefficients& filter, int section,
                                 const std::vector<CellIndex>& cells) {
+    const bool isDelayGain = isDelayGainSection(static_cast<std::size_t>(section));
     QVariantList records;
     for (const CellIndex& cell : cells) {
-        records.append(isDelayGainSection(section) ? delayGainCell(filter, cell)
-                                                   : iirCell(filter, cell, records.size()));
+        records.append(isDelayGain ? delayGainCell(filter, cell)
+                                   : iirCell(filter, cell, records.size()));
     }
     VeskDiracBcParams record;
     record.setSectionIdx(section);
-    record.setType(isDelayGainSection(section) ? 1 : 0);
+    record.setType(isDelayGain ? 1 : 0);
     record.setNumCells(records.size());
     record.setCells(records);
     return record;
