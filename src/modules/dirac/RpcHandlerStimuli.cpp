@@ -26,6 +26,7 @@ namespace {
 constexpr auto kSocketName = "smtDiracPlayerSocket";
 constexpr unsigned kPinkNoiseLength = 262144;  // samples
 constexpr std::size_t kChunkSize = 32768;      // bytes of the mono signal
+constexpr std::uint32_t kMostChannels = 64;    // of any player
 constexpr std::size_t kSubwooferSweepVariant = 1;
 constexpr int kPlaybackWait = 1800;  // ms, for a playback that is about to end
 constexpr milliseconds kTail{1500};  // what is still on its way after the last chunk
@@ -373,6 +374,10 @@ grpc::Status RpcHandler::isStimulusValid(const StimuliPrepare& prepared) const {
         return invalidArgument("Speaker index out of range");
     if (!isVariantInRange(prepared))
         return invalidArgument("Stimuli variant out of range");
+    if (const auto channels = serverInfo_->stimuliChannels; channels > kMostChannels)
+        return {grpc::StatusCode::FAILED_PRECONDITION,
+                "The device has " + std::to_string(channels) + " channels for stimuli; " +
+                    std::to_string(kMostChannels) + " can be played"};
     return grpc::Status::OK;
 }
 
@@ -387,6 +392,8 @@ bool RpcHandler::hasEnded(const grpc::ServerContext& context) const {
 bool RpcHandler::awaitStart(const grpc::ServerContext& context, std::uint64_t startTime) const {
     using Clock = std::chrono::steady_clock;
     const std::uint64_t now = millisecondsSinceEpoch();
+    if (hasEnded(context))
+        return false;
     if (startTime <= now)
         return true;
     const std::uint64_t difference = startTime - now;

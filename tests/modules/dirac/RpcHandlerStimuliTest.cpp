@@ -118,6 +118,12 @@ const std::vector<std::string> kWholePlayback{
     "mixing on",        "close",
 };
 
+const std::string kStartStimuli =
+    "virtual grpc::Status RpcHandler::StartStimuli(grpc::ServerContext*, const "
+    "dio::endpoint::StimuliStart*, grpc::ServerWriter<dio::endpoint::Progress>*): ";
+const std::string kStartsStimuli = "TRACE Enter " + kStartStimuli;
+const std::string kStimuliCancelled = "TRACE Leave " + kStartStimuli + "RETURN: CANCELLED";
+
 }  // namespace
 
 // ---- Preparing ----
@@ -166,6 +172,18 @@ TEST_F(RpcHandlerStimuliTest, RefusesASpeakerOutOfRange) {
     EXPECT_THAT(calls(), IsEmpty());
 }
 
+TEST_F(RpcHandlerStimuliTest, RefusesToPlayOnMoreChannelsThanAPlayerTakes) {
+    description.stimuliChannels = 1U << 17U;
+    start();
+    prepare(sweepThrough({0}));
+    std::string result;
+    progressOf(*startStimuli(), &result);
+    EXPECT_EQ(
+        result,
+        "FAILED_PRECONDITION \"The device has 131072 channels for stimuli; 64 can be played\"");
+    EXPECT_THAT(calls(), IsEmpty());
+}
+
 TEST_F(RpcHandlerStimuliTest, RefusesASpeakerWithoutAChannel) {
     description.stimuliChannels = 1;
     start();
@@ -190,10 +208,7 @@ TEST_F(RpcHandlerStimuliTest, GoesThroughThePlaybackStepByStep) {
                "Samplerate: 8000 Fade_out_tail_hz: 300"));
     EXPECT_TRUE(logged("TRACE monoToSpecificChannel: 0 -> 2, samples: 8192"));
     EXPECT_TRUE(logged("TRACE monoToSpecificChannel: 0 -> 2, samples: 3040"));
-    EXPECT_TRUE(
-        logged("TRACE Leave virtual grpc::Status RpcHandler::StartStimuli(grpc::ServerContext*, "
-               "const dio::endpoint::StimuliStart*, grpc::ServerWriter<dio::endpoint::Progress>*): "
-               "RETURN: OK"));
+    EXPECT_TRUE(logged("TRACE Leave " + kStartStimuli + "RETURN: OK"));
 }
 
 TEST_F(RpcHandlerStimuliTest, GivesThePlayerASourceOfItsOwn) {
@@ -506,6 +521,22 @@ TEST_F(RpcHandlerStimuliTest, TakesASecondPlaybackThatTheFirstMakesWayForInTime)
     ASSERT_TRUE(eventually([] { return sender().sends() == 1; }));
     EXPECT_EQ(startStimuli()->finish(), "OK") << "the tail of the first takes 1.5 s";
     EXPECT_EQ(first->finish(), "OK");
+}
+
+TEST_F(RpcHandlerStimuliTest, PlaysNothingForACallThatEndedWhileAnotherPlayed) {
+    start();
+    prepare(sweepThrough({0}, 1));
+    const auto first = startStimuli();
+    ASSERT_TRUE(eventually([] { return sender().sends() == 1; }));
+    const auto second = startStimuli();
+    ASSERT_TRUE(eventually([this] { return countLogged(kStartsStimuli) == 2; }));
+    second->cancel();
+    EXPECT_THAT(second->finish(), HasSubstr("CANCELLED"));
+    EXPECT_EQ(first->finish(), "OK");
+    EXPECT_TRUE(eventually([this] { return logged(kStimuliCancelled); }));
+    EXPECT_EQ(std::ranges::count(calls(), "playing"), 1);
+    EXPECT_EQ(sender().sends(), 1U);
+    EXPECT_EQ(calls().back(), "mixing on");
 }
 
 // ---- Early ends ----
