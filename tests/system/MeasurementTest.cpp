@@ -4,8 +4,10 @@
 #include "support/Isolation.h"
 #include "system/DeviceTest.h"
 
-#include <atomic>
 #include <chrono>
+#include <functional>
+#include <map>
+#include <mutex>
 #include <thread>
 
 namespace {
@@ -17,46 +19,78 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kLostClient = 15s;  // until a client that is gone without a word is noticed
 constexpr auto kTail = 1500ms;     // of a stimulus
 
-/// A client that plays or listens; its connection is its own.
+/// A client with one stream, and a connection of its own.
 class StreamingClient {
 public:
-    void play() { playback_ = client_.stub().StartStimuli(&context_, StimuliStart()); }
-    void record() { recording_ = client_.stub().StartRecordingStimuli(&context_, StimuliStart()); }
-    void listen() { stream_ = client_.stub().StartStreaming(&context_); }
+    void play() { open<Progress>(client_.stub().StartStimuli(&context_, StimuliStart())); }
+    void record() {
+        open<AudioBuffers>(client_.stub().StartRecordingStimuli(&context_, StimuliStart()));
+    }
+    void listen() { open<AudioBuffers>(client_.stub().StartStreaming(&context_)); }
+    void watch() { open<NotificationInfo>(client_.stub().Notifications(&context_)); }
+
+    bool awaitMessage() { return read_(); }
     void cancel() { context_.TryCancel(); }
 
-    bool awaitProgress() {
-        Progress progress;
-        return playback_->Read(&progress);
-    }
-
-    bool awaitAudio() {
-        AudioBuffers audio;
-        return recording_->Read(&audio);
-    }
-
     grpc::Status finish() {
-        if (playback_)
-            return finish<Progress>(*playback_);
-        if (recording_)
-            return finish<AudioBuffers>(*recording_);
-        return finish<AudioBuffers>(*stream_);
+        while (read_()) {
+        }
+        return finish_();
     }
 
 private:
     template <typename Message, typename Stream>
-    static grpc::Status finish(Stream& stream) {
-        Message message;
-        while (stream.Read(&message)) {
-        }
-        return stream.Finish();
+    void open(std::unique_ptr<Stream> opened) {
+        const std::shared_ptr<Stream> stream = std::move(opened);
+        read_ = [stream] {
+            Message message;
+            return stream->Read(&message);
+        };
+        finish_ = [stream] { return stream->Finish(); };
     }
 
     CalibrationClient client_;
     grpc::ClientContext context_;
-    std::unique_ptr<grpc::ClientReader<Progress>> playback_;
-    std::unique_ptr<grpc::ClientReader<AudioBuffers>> recording_;
-    std::unique_ptr<grpc::ClientReaderWriter<AudioBuffers, AudioBuffers>> stream_;
+    std::function<bool()> read_;
+    std::function<grpc::Status()> finish_;
+};
+
+/// Many clients at once.
+class Crowd {
+public:
+    StreamingClient& add() { return *clients_.emplace_back(std::make_unique<StreamingClient>()); }
+
+    /// Each client reads until its stream ends.
+    void read() {
+        for (const auto& client : clients_)
+            readers_.emplace_back([this, &client] { note(client->finish()); });
+    }
+
+    void leave() {
+        for (const auto& client : clients_)
+            client->cancel();
+        for (std::thread& reader : readers_)
+            reader.join();
+    }
+
+    /// What clients were turned away with, and how many.
+    std::map<std::string, int> refusals() {
+        const std::lock_guard lock(mutex_);
+        return refusals_;
+    }
+
+private:
+    void note(const grpc::Status& status) {
+        if (status.error_code() != grpc::StatusCode::RESOURCE_EXHAUSTED)
+            return;
+        const std::lock_guard lock(mutex_);
+        ++refusals_[status.error_message()];
+    }
+
+    std::vector<std::unique_ptr<StreamingClient>> clients_;
+    std::vector<std::thread> readers_;
+    std::mutex mutex_;
+    std::map<std::string, int> refusals_;  // guarded by mutex_
 };
 
 class MeasurementTest : public DeviceTest {
@@ -76,10 +110,49 @@ protected:
     bool microphoneIsFree() { return tree().value("powerManager/resources")["holders"].empty(); }
     bool subMixIsOn() { return tree().value("streamer/default/subMixDisabled") == false; }
 
-    void prepareNoise() {
+    bool clientIsConnected() { return tree().value("talvor/corbel/diracClientStatus") == true; }
+
+    /// A filter that a measurement must leave on.
+    void activateFilter() {
+        transfer(0, filter_);
+        activate(0, filter_);
+    }
+
+    /// Nothing is left of measurements and clients.
+    void expectAllAsBefore() {
+        EXPECT_TRUE(eventually([this] {
+            return playerIsStopped() && microphoneIsFree() && subMixIsOn() && !clientIsConnected();
+        }));
+        EXPECT_TRUE(awaitDesign(filter_)) << "the filter is on";
+        EXPECT_TRUE(eventually(
+            [this] { return tree().value(kSlotsRuntime) == tree().value(kSlotsSettings); }));
+    }
+
+    /// The next client of each kind is served.
+    void expectServesAll() {
+        prepareNoise();
+        StreamingClient watcher;
+        watcher.watch();
+        EXPECT_TRUE(watcher.awaitMessage());
+        expectServes(&StreamingClient::listen);
+        expectServes(&StreamingClient::play);
+        expectServes(&StreamingClient::record);
+        watcher.cancel();
+        EXPECT_EQ(watcher.finish().error_code(), grpc::StatusCode::CANCELLED);
+    }
+    static void expectServes(void (StreamingClient::*open)()) {
+        StreamingClient client;
+        (client.*open)();
+        EXPECT_TRUE(client.awaitMessage());
+        client.cancel();
+        client.finish();
+    }
+
+    void prepareNoise() { prepare(STIMULUS_TYPE_PINK_NOISE, {0}); }
+    void prepare(StimulusType type, const std::vector<int>& speakers) {
         StimuliPrepare prepared;
-        prepared.mutable_stimulus()->set_type(STIMULUS_TYPE_PINK_NOISE);
-        prepared.add_speakers(0);
+        prepared.mutable_stimulus()->set_type(type);
+        prepared.mutable_speakers()->Add(speakers.begin(), speakers.end());
         grpc::ClientContext context;
         CalibrationClient::limit(&context);
         Void done;
@@ -87,8 +160,37 @@ protected:
     }
 
 private:
+    const FilterDesign filter_ = makeDesign({}, 1);
     std::optional<RoomFiles> files_;
     std::optional<AlsaRoom> room_;
+};
+
+/// The network of the test's own, with a cable that can be pulled.
+class PulledCableTest : public MeasurementTest {
+protected:
+    void SetUp() override {
+        if (!isIsolated())
+            GTEST_SKIP() << "the cable is the machine's";
+        enterRoom();
+        start();
+        activateFilter();
+    }
+
+    /// Plugs it in again when the device has given its clients up.
+    void pullCable() {
+        const PulledCable pulled;
+        const auto begin = Clock::now();
+        expectAllAsBefore();
+        EXPECT_LT(Clock::now() - begin, kLostClient + kTail);
+    }
+
+    /// A connection of the client's that has been lost must fail before it makes a new one.
+    void awaitConnection() {
+        ASSERT_TRUE(eventually([this] {
+            DeviceInfo info;
+            return client().deviceInfo(&info).ok();
+        }));
+    }
 };
 
 }  // namespace
@@ -98,7 +200,7 @@ TEST_F(MeasurementTest, aDeviceThatIsAskedToEndEndsPlaybackAndStreams) {
     prepareNoise();
     StreamingClient player;
     player.play();
-    ASSERT_TRUE(player.awaitProgress());
+    ASSERT_TRUE(player.awaitMessage());
     StreamingClient listener;
     listener.listen();
     const auto begin = Clock::now();
@@ -116,7 +218,7 @@ TEST_F(MeasurementTest, aKilledDeviceMeasuresAgainAfterItsStart) {
     prepareNoise();
     StreamingClient player;
     player.play();
-    ASSERT_TRUE(player.awaitProgress());
+    ASSERT_TRUE(player.awaitMessage());
     ASSERT_TRUE(awaitBypass());
     device().kill();
     EXPECT_FALSE(player.finish().ok());
@@ -126,76 +228,78 @@ TEST_F(MeasurementTest, aKilledDeviceMeasuresAgainAfterItsStart) {
     prepareNoise();
     StreamingClient next;
     next.play();
-    EXPECT_TRUE(next.awaitProgress());
+    EXPECT_TRUE(next.awaitMessage());
     next.cancel();
     next.finish();
 }
 
-TEST_F(MeasurementTest, aRecordingWhoseCableIsPulledFreesTheDevice) {
-    if (!isIsolated())
-        GTEST_SKIP() << "the cable is the machine's";
-    enterRoom();
-    start();
-    transfer(0, makeDesign({}, 1));
-    activate(0, makeDesign({}, 1));
+TEST_F(PulledCableTest, aRecordingFreesTheDevice) {
     prepareNoise();
-    StreamingClient lost;
-    lost.record();
-    ASSERT_TRUE(lost.awaitAudio());
+    StreamingClient recorder;
+    recorder.record();
+    ASSERT_TRUE(recorder.awaitMessage());
     ASSERT_TRUE(awaitBypass());
-    EXPECT_TRUE(eventually([this] { return !playerIsStopped(); }));
+    ASSERT_TRUE(eventually([this] { return !playerIsStopped(); }));
     EXPECT_FALSE(microphoneIsFree() || subMixIsOn());
-    {
-        const PulledCable pulled;
-        const auto begin = Clock::now();
-        EXPECT_TRUE(
-            eventually([this] { return playerIsStopped() && microphoneIsFree() && subMixIsOn(); }));
-        EXPECT_TRUE(awaitDesign(makeDesign({}, 1))) << "the filter is on";
-        EXPECT_LT(Clock::now() - begin, kLostClient + kTail);
-    }
-    // The client's own side of the lost connection must fail before it makes a new one.
-    ASSERT_TRUE(eventually([this] {
-        DeviceInfo info;
-        return client().deviceInfo(&info).ok();
-    }));
-    prepareNoise();
-    StreamingClient next;
-    next.record();
-    EXPECT_TRUE(next.awaitAudio());
-    next.cancel();
-    next.finish();
+    pullCable();
+    awaitConnection();
+    expectServesAll();
+    expectAllAsBefore();
+}
+
+TEST_F(PulledCableTest, aSweepAStreamAndNotificationsFreeTheDevice) {
+    prepare(STIMULUS_TYPE_LOG_SWEEP, std::vector<int>(20, 0));  // of 5.5 s each
+    StreamingClient watcher;
+    watcher.watch();
+    // It has stopped the player by then.
+    ASSERT_TRUE(eventually([this] { return clientIsConnected(); }));
+    StreamingClient listener;
+    listener.listen();
+    ASSERT_TRUE(listener.awaitMessage());
+    StreamingClient player;
+    player.play();
+    ASSERT_TRUE(player.awaitMessage());
+    ASSERT_TRUE(awaitBypass());
+    ASSERT_TRUE(eventually([this] { return !playerIsStopped(); }));
+    EXPECT_FALSE(microphoneIsFree() || subMixIsOn());
+    pullCable();
+    awaitConnection();
+    expectServesAll();
+    expectAllAsBefore();
 }
 
 TEST_F(MeasurementTest, sixtyFourClientsAtOnceAreServedOrTurnedAway) {
+    enterRoom();
     start();
+    activateFilter();
     prepareNoise();
-    std::vector<std::unique_ptr<StreamingClient>> clients;
-    for (int i = 0; i < 64; ++i) {
-        clients.push_back(std::make_unique<StreamingClient>());
-        if (i % 2 == 0)
-            clients.back()->play();
-        else
-            clients.back()->listen();
+    Crowd crowd;
+    crowd.add().watch();
+    ASSERT_TRUE(eventually([this] { return clientIsConnected(); }));
+    StreamingClient& listener = crowd.add();
+    listener.listen();
+    ASSERT_TRUE(listener.awaitMessage());
+    StreamingClient& player = crowd.add();
+    player.play();
+    ASSERT_TRUE(player.awaitMessage());
+    crowd.add().record();  // when the listener has gone
+    for (int i = 0; i < 15; ++i) {
+        crowd.add().watch();
+        crowd.add().listen();
+        crowd.add().play();
+        crowd.add().record();
     }
     DeviceInfo info;
     EXPECT_TRUE(client().deviceInfo(&info).ok());
-    std::atomic<int> refused{0};
-    std::vector<std::thread> readers;
-    for (const auto& streaming : clients)
-        readers.emplace_back([&] {
-            if (streaming->finish().error_code() == grpc::StatusCode::RESOURCE_EXHAUSTED)
-                ++refused;
-        });
-    // All players but one; the streams wait for each other.
-    EXPECT_TRUE(eventually([&] { return refused == 31; }));
-    for (const auto& streaming : clients)
-        streaming->cancel();
-    for (std::thread& reader : readers)
-        reader.join();
-
-    StreamingClient next;
-    next.play();
-    EXPECT_TRUE(next.awaitProgress()) << "within the time that a playback waits for another's end";
-    next.cancel();
-    next.finish();
+    crowd.read();
+    const std::map<std::string, int> refused{{"client already connected", 15},
+                                             {"Measurement session active!", 15},
+                                             {"Stimuli playback already active", 15}};
+    EXPECT_TRUE(eventually([&] { return crowd.refusals() == refused; }))
+        << testing::PrintToString(crowd.refusals());
+    EXPECT_TRUE(awaitBypass());
+    crowd.leave();
+    expectAllAsBefore();
+    expectServesAll();
+    expectAllAsBefore();
 }
