@@ -1,11 +1,6 @@
 #include "platform/endpoint/AnswerInterceptor.h"
 
-#include <grpcpp/grpcpp.h>
-#include <grpcpp/support/server_interceptor.h>
-
-#include <memory>
 #include <utility>
-#include <vector>
 
 namespace platform {
 namespace {
@@ -44,10 +39,9 @@ private:
 
 }  // namespace
 
-void interceptAnswers(grpc::ServerBuilder& builder, const std::function<void()>& beforeAnswer) {
-    std::vector<std::unique_ptr<experimental::ServerInterceptorFactoryInterface>> factories;
-    factories.push_back(std::make_unique<AnswerInterceptorFactory>(beforeAnswer));
-    builder.experimental().SetInterceptorCreators(std::move(factories));
+std::unique_ptr<experimental::ServerInterceptorFactoryInterface> answerInterceptors(
+    std::function<void()> beforeAnswer) {
+    return std::make_unique<AnswerInterceptorFactory>(std::move(beforeAnswer));
 }
 
 }  // namespace platform

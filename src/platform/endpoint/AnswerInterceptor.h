@@ -1,15 +1,15 @@
 #pragma once
 
-#include <functional>
+#include <grpcpp/support/server_interceptor.h>
 
-namespace grpc {
-class ServerBuilder;
-}
+#include <functional>
+#include <memory>
 
 namespace platform {
 
-/// Has the server call `beforeAnswer` in the thread of each call, after its handler has returned
-/// and before its status goes to the client.
-void interceptAnswers(grpc::ServerBuilder& builder, const std::function<void()>& beforeAnswer);
+/// Has a server call `beforeAnswer` in the thread of each call, after its handler has returned and
+/// before its status goes to the client.
+std::unique_ptr<grpc::experimental::ServerInterceptorFactoryInterface> answerInterceptors(
+    std::function<void()> beforeAnswer);
 
 }  // namespace platform

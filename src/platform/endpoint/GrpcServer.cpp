@@ -2,6 +2,7 @@
 
 #include "platform/Log.h"
 #include "platform/endpoint/AnswerInterceptor.h"
+#include "platform/endpoint/MessageInterceptor.h"
 #include "platform/endpoint/ServiceNames.h"
 
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
@@ -71,6 +72,16 @@ void setLimits(grpc::ServerBuilder& builder, const GrpcServerLimits& limits) {
     builder.AddChannelArgument(GRPC_ARG_MAX_CONCURRENT_STREAMS, limits.callsOfAConnection);
 }
 
+/// The place of a message is given back before the client is made to wait for its answer.
+void intercept(grpc::ServerBuilder& builder, const GrpcServerLimits& limits,
+               const std::function<void()>& beforeAnswer) {
+    std::vector<std::unique_ptr<grpc::experimental::ServerInterceptorFactoryInterface>> factories;
+    factories.push_back(messageInterceptors(limits.unpackedMessages));
+    if (beforeAnswer)
+        factories.push_back(answerInterceptors(beforeAnswer));
+    builder.experimental().SetInterceptorCreators(std::move(factories));
+}
+
 /// The health service answers for the server as a whole by itself, for a single service only when
 /// told so.
 void reportServing(const grpc::Server& server, const std::vector<std::string>& serviceNames) {
@@ -91,8 +102,7 @@ std::unique_ptr<GrpcServer> GrpcServer::start(std::shared_ptr<grpc::Service> ser
     refuseSharedPort(builder);
     setKeepalive(builder);
     setLimits(builder, limits);
-    if (beforeAnswer)
-        interceptAnswers(builder, beforeAnswer);
+    intercept(builder, limits, beforeAnswer);
     builder.SetOption(std::make_unique<ServiceNames>(serviceNames));
     builder.RegisterService(service.get());
     builder.AddListeningPort(target, grpc::InsecureServerCredentials(), &boundPort);

@@ -31,8 +31,13 @@ struct GrpcServerLimits {
     /// and 27 a biquad in their least compact encoding, 438,272 bytes, and some bytes around them.
     ///
     /// A handler gets its message unpacked. Empty elements of two bytes each, whether or not the
-    /// protocol knows their field, take most: 28 times the message, here 12.25 MiB in a handler.
+    /// protocol knows their field, take most: 28 times the message, here 12.25 MiB.
     int messageBytes{448 << 10};
+
+    /// Messages that are unpacked at the same time, or lie unpacked in a handler and have more than
+    /// 64 KiB there; further calls wait until it is their turn. As many again for the reflection
+    /// service. See MessageInterceptor.h.
+    int unpackedMessages{4};
 
     /// Bytes that are buffered for all clients together; beyond them gRPC slows clients down and
     /// closes connections. Room for two messages in each handler.

@@ -7,12 +7,16 @@
 #include "support/LogCapture.h"
 
 #include <gmock/gmock.h>
+#include <google/protobuf/unknown_field_set.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -47,6 +51,64 @@ std::vector<std::unique_ptr<StreamingClient>> connect(int count, unsigned short 
     for (int i = 0; i < count; ++i)
         clients.push_back(std::make_unique<StreamingClient>(port));
     return clients;
+}
+
+/// Its SetCellFIIR holds what it gets until release().
+class HoldingService : public dio::endpoint::EndpointDevice::Service {
+public:
+    grpc::Status SetCellFIIR(grpc::ServerContext* /*context*/, const FIIR* filter,
+                             Void* /*reply*/) override {
+        std::unique_lock lock(mutex_);
+        sawUnknownFields_ |= !filter->GetReflection()->GetUnknownFields(*filter).empty();
+        most_ = std::max(most_, ++held_);
+        changed_.notify_all();
+        changed_.wait(lock, [this] { return released_; });
+        --held_;
+        return grpc::Status::OK;
+    }
+
+    bool awaitHeld(int count) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, 60s, [&] { return held_ == count; });
+    }
+
+    /// The most at a time so far.
+    int most() {
+        const std::lock_guard lock(mutex_);
+        return most_;
+    }
+
+    bool sawUnknownFields() {
+        const std::lock_guard lock(mutex_);
+        return sawUnknownFields_;
+    }
+
+    void release() {
+        const std::lock_guard lock(mutex_);
+        released_ = true;
+        changed_.notify_all();
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    // Guarded by mutex_:
+    bool released_{false};
+    bool sawUnknownFields_{false};
+    int held_{0};
+    int most_{0};
+};
+
+/// Elements of two bytes each, as many as a message has room for.
+template <typename Message>
+Message withUnknownFields() {
+    Message message;
+    google::protobuf::UnknownFieldSet& fields =
+        *message.GetReflection()->MutableUnknownFields(&message);
+    constexpr int kUnused = 15;
+    for (int i = 0; i < GrpcServerLimits().messageBytes / 2 - 100; ++i)
+        fields.AddLengthDelimited(kUnused);
+    return message;
 }
 
 double secondsOf(const std::function<void()>& action) {
@@ -297,6 +359,78 @@ TEST_F(GrpcServerTest, SixtyFourClientsTransferTheLongestFiltersAtTheSameTime) {
         }
     }
     EXPECT_EQ(taken, 64 * 4);
+}
+
+class UnpackedMessagesTest : public testing::Test {
+protected:
+    void TearDown() override { service->release(); }
+
+    /// Calls of as many clients at the same time; waits for none of them.
+    void call(int clients, const FIIR& filter) {
+        for (int i = 0; i < clients; ++i)
+            threads.emplace_back([this, &filter] {
+                taken += StreamingClient(server->port()).call(filter).ok() ? 1 : 0;
+            });
+    }
+
+    void release() {
+        service->release();
+        threads.clear();
+    }
+
+    const std::shared_ptr<HoldingService> service = std::make_shared<HoldingService>();
+    const std::unique_ptr<GrpcServer> server =
+        GrpcServer::start(service, kLoopback, 0, {.unpackedMessages = 2});
+    std::atomic<int> taken{0};
+    std::vector<std::jthread> threads;
+};
+
+TEST_F(UnpackedMessagesTest, LargeOnesAreInHandlersOnlySoManyAtATime) {
+    const FIIR longest = filterOf(65536, 4096);
+    call(8, longest);
+    EXPECT_TRUE(service->awaitHeld(2));
+    std::this_thread::sleep_for(200ms);  // a third one would come meanwhile
+    EXPECT_EQ(service->most(), 2);
+    release();
+    EXPECT_EQ(taken, 8);
+    EXPECT_LE(service->most(), 2);
+}
+
+TEST_F(UnpackedMessagesTest, SmallOnesDoNotWaitForEachOther) {
+    const FIIR small = filterOf(1000, 30);
+    call(8, small);
+    EXPECT_TRUE(service->awaitHeld(8));
+    release();
+    EXPECT_EQ(taken, 8);
+}
+
+TEST_F(UnpackedMessagesTest, FieldsThatTheProtocolDoesNotKnowAreDroppedBeforeTheHandler) {
+    const FIIR unknown = withUnknownFields<FIIR>();
+    call(8, unknown);
+    EXPECT_TRUE(service->awaitHeld(8)) << "nothing of them is left that would have to wait";
+    release();
+    EXPECT_EQ(taken, 8);
+    EXPECT_FALSE(service->sawUnknownFields());
+}
+
+TEST_F(UnpackedMessagesTest, DamagedOnesLeaveTheirPlaces) {
+    const auto channel = StreamingClient(server->port()).channel();
+    for (int i = 0; i < 4; ++i) {
+        const RawReply reply =
+            rawCall(channel, "/dio.endpoint.EndpointDevice/SetCellFIIR", "\x0a\x7f");
+        EXPECT_FALSE(reply.status.ok());
+    }
+    service->release();
+    EXPECT_TRUE(StreamingClient(server->port()).call().ok());
+}
+
+TEST_F(UnpackedMessagesTest, ReflectionIsAnsweredAsOftenAsItIsAsked) {
+    for (int i = 0; i < 6; ++i) {
+        const RawReply reply = rawCall(
+            StreamingClient(server->port()).channel(),
+            "/grpc.reflection.v1alpha.ServerReflection/ServerReflectionInfo", {"\x3a\x00", 2});
+        EXPECT_THAT(reply.message, HasSubstr("dio.endpoint.EndpointDevice"));
+    }
 }
 
 TEST_F(GrpcServerTest, FilterSomewhatTooLongReachesTheHandler) {
