@@ -22,6 +22,7 @@ std::vector<protocol::MicInfo> readMicrophones(EndpointClient& client,
                                                const protocol::DeviceInfo& device) {
     std::vector<protocol::MicInfo> microphones;
     const int count = plausibleCount(device.num_mics(), "microphones");
+    microphones.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i)
         microphones.push_back(client.micInfo(i));
     return microphones;
@@ -45,6 +46,7 @@ std::vector<protocol::SpeakerInfo> readSpeakers(EndpointClient& client,
                                                 const protocol::DeviceInfo& device) {
     std::vector<protocol::SpeakerInfo> speakers;
     const int count = plausibleCount(device.num_speakers(), "speakers");
+    speakers.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i)
         speakers.push_back(client.speakerInfo(i));
     return speakers;

@@ -24,6 +24,8 @@ constexpr std::size_t kMaxResampledTaps = 8192;
 /// A source that is longer than this many times the device's capacity is not worth a closer look.
 constexpr std::size_t kHopelessLength = 16;
 
+constexpr double kInfinite = std::numeric_limits<double>::infinity();  // dB
+
 /// dB. Louder at any frequency than this deserves a second look.
 constexpr double kNotableBoost = 12;
 
@@ -192,7 +194,7 @@ struct Boost {
 
 /// The largest boost of a speaker in any variant.
 Boost largestBoost(const FilterDesign& design, std::size_t speaker) {
-    Boost largest{-INFINITY, 0};
+    Boost largest{-kInfinite, 0};
     for (const auto& variant : design.variants) {
         const auto& taps = variant.taps[speaker];
         const auto peak = peakOf(std::vector<double>(taps.begin(), taps.end()));
@@ -208,7 +210,7 @@ void warnOfGain(const FilterDesign& design, const std::vector<std::string>& name
         const auto boost = largestBoost(design, i);
         const std::string speaker =
             "speaker " + std::to_string(i) + " \"" + printable(names[i]) + '"';
-        if (boost.gain == -INFINITY) {
+        if (boost.gain == -kInfinite) {
             warnings.push_back(speaker + ": every tap is 0, it will be silent");
         } else if (boost.gain > kNotableBoost) {
             warnings.push_back(speaker + ": the filter amplifies by " + fixed(boost.gain, 1) +
