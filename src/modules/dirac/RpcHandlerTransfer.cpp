@@ -80,6 +80,7 @@ grpc::Status RpcHandler::SetTransferCell(grpc::ServerContext*,
     return grpc::Status(grpc::StatusCode::OK, "");
 }
 
+// The trace shows the signature. NOLINTNEXTLINE(performance-unnecessary-value-param)
 grpc::Status RpcHandler::isFilterTransferValid(std::shared_ptr<dio::endpoint::CellIndex> cell,
                                                int variant) const {
     DIRAC_SCOPED_TRACE("");
