@@ -2,7 +2,7 @@
 
 #include "platform/endpoint/MessageGate.h"
 
-#include <google/protobuf/message.h>
+#include <grpcpp/impl/codegen/config_protobuf.h>
 
 #include <malloc.h>
 
@@ -39,7 +39,7 @@ public:
 
     void Intercept(experimental::InterceptorBatchMethods* methods) override {
         if (methods->QueryInterceptionHookPoint(InterceptionHookPoints::POST_RECV_MESSAGE))
-            receive(static_cast<google::protobuf::Message*>(methods->GetRecvMessage()));
+            receive(static_cast<grpc::protobuf::Message*>(methods->GetRecvMessage()));
         // The one message is gone by then.
         if (methods->QueryInterceptionHookPoint(InterceptionHookPoints::PRE_SEND_STATUS))
             leave();
@@ -48,7 +48,7 @@ public:
 
 private:
     /// Null: there was none, or it was damaged.
-    void receive(google::protobuf::Message* message) {
+    void receive(grpc::protobuf::Message* message) {
         isExcessive_ = !message || message->SpaceUsedLong() > kLargestUseful;
         if (message)
             message->DiscardUnknownFields();
