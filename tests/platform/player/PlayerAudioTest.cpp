@@ -187,6 +187,17 @@ protected:
         return eventually([&] { return blocksSent >= before + 25; });
     }
 
+    /// Expects that the player stops and the stream's sender is freed.
+    void playStreamThatTheDeviceRefuses() {
+        playStream();
+        Stream stream(1);
+        auto sending = sendEndlessly(stream);
+        EXPECT_TRUE(awaitState(VeskPlayLogicState::Stopped));
+        EXPECT_TRUE(sendsOn());
+        stopSending = true;
+        sending.get();
+    }
+
     /// The future must be ready soon.
     static std::chrono::milliseconds timeOf(std::future<void>& work) {
         const auto begin = Clock::now();
@@ -374,13 +385,7 @@ TEST_F(PlayerAudioTest, TheEndOfThePlatformFreesTheSender) {
 TEST_F(PlayerAudioTest, AMissingDeviceStopsThePlayerAndFreesTheSender) {
     recorder.emplace();
     startPlatform("nowhere");
-    playStream();
-    Stream stream(1);
-    auto sending = sendEndlessly(stream);
-    EXPECT_TRUE(awaitState(VeskPlayLogicState::Stopped));
-    EXPECT_TRUE(sendsOn());
-    stopSending = true;
-    sending.get();
+    playStreamThatTheDeviceRefuses();
     EXPECT_TRUE(log.contains("ERROR Cannot play smt://play?socketAddress=PlayerAudioTest"));
     EXPECT_TRUE(log.contains("\"nowhere\": cannot be opened for playback: No such file"));
     EXPECT_THAT(shownStates(), ElementsAre(1, 0));
@@ -390,26 +395,14 @@ TEST_F(PlayerAudioTest, ABusyDeviceStopsThePlayerAndFreesTheSender) {
     enterRoom(1);
     const AlsaPcm other(SND_PCM_STREAM_PLAYBACK, {1});
     startPlatform("room");
-    playStream();
-    Stream stream(1);
-    auto sending = sendEndlessly(stream);
-    EXPECT_TRUE(awaitState(VeskPlayLogicState::Stopped));
-    EXPECT_TRUE(sendsOn());
-    stopSending = true;
-    sending.get();
+    playStreamThatTheDeviceRefuses();
     EXPECT_TRUE(log.contains("\"room\": cannot be opened for playback: Device or resource busy"));
 }
 
 TEST_F(PlayerAudioTest, TooManyChannelsForTheDeviceStopThePlayerAndFreeTheSender) {
     enterRoom(2);
     startPlatform("room");
-    playStream();
-    Stream stream(1);
-    auto sending = sendEndlessly(stream);
-    EXPECT_TRUE(awaitState(VeskPlayLogicState::Stopped));
-    EXPECT_TRUE(sendsOn());
-    stopSending = true;
-    sending.get();
+    playStreamThatTheDeviceRefuses();
     EXPECT_TRUE(log.contains("\"room\": cannot do 1 channels; it can do 2"));
 }
 
