@@ -16,8 +16,7 @@ using namespace dio::endpoint;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto kLostClient = 15s;  // until a client that is gone without a word is noticed
-constexpr auto kTail = 1500ms;     // of a stimulus
+constexpr auto kLostClient = 15s;  // until nothing is left of one that is gone without a word
 
 /// A client with one stream, and a connection of its own.
 class StreamingClient {
@@ -181,7 +180,7 @@ protected:
         const PulledCable pulled;
         const auto begin = Clock::now();
         expectAllAsBefore();
-        EXPECT_LT(Clock::now() - begin, kLostClient + kTail);
+        EXPECT_LT(Clock::now() - begin, kLostClient);
     }
 
     /// A connection of the client's that has been lost must fail before it makes a new one.

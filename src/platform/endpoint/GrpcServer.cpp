@@ -21,8 +21,9 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 
-/// A client is declared dead after at most the sum of both.
-constexpr milliseconds kKeepaliveTime = 8s;
+/// A client is declared dead after at most the sum of both, so that what it had begun can be ended
+/// within 15 s.
+constexpr milliseconds kKeepaliveTime = 7s;
 constexpr milliseconds kKeepaliveTimeout = 5s;
 
 /// Clients may ping as often as this; faster ones are disconnected.

@@ -74,15 +74,17 @@ protected:
         return PlayLogicInterface::playerInstance()->data().state();
     }
     static bool playerIsStopped() { return playerState() == VeskPlayLogicState::Stopped; }
-    /// A slot with a filter, chosen and on in the segment.
-    void activateFilter() {
-        transferFir(1, "Sofa", {0.5F}, 1);
-        activate(1);
-        OperationMode mode;
-        mode.set_filtering(true);
-        ask(&Stub::SetOperationMode, mode);
-        ASSERT_TRUE(eventually([] { return image().bypass == 0; }));
-        settle();
+
+    /// A recording that the device cannot make is an empty one.
+    void expectNothingToBeRecorded() {
+        startDevice();
+        activateFilter();
+        prepare(noiseThrough({0}));
+        const auto recording = startRecording();
+        AudioBuffers message;
+        EXPECT_FALSE(recording->next(&message));
+        EXPECT_EQ(recording->finish(), "OK");
+        expectAllAsBefore();
     }
 
     static bool clientIsConnected() {
@@ -329,28 +331,14 @@ TEST_F(RoomMeasurementTest, ARecordingThatThePlayersStopEndsLeavesAllAsBefore) {
 TEST_F(RoomMeasurementTest, ARecordingWithMissingDevicesEndsAndLeavesAllAsBefore) {
     description.playbackDeviceName = QStringLiteral("no such device");
     description.micDeviceName = QStringLiteral("no such device");
-    startDevice();
-    activateFilter();
-    prepare(noiseThrough({0}));
-    const auto recording = startRecording();
-    AudioBuffers message;
-    EXPECT_FALSE(recording->next(&message));
-    EXPECT_EQ(recording->finish(), "OK");
-    expectAllAsBefore();
+    expectNothingToBeRecorded();
 }
 
 TEST_F(RoomMeasurementTest, ARecordingWithBusyDevicesEndsAndLeavesAllAsBefore) {
     enter(measuredRoom(2), {{1.0F}, {1.0F}});
     const AlsaPcm player(SND_PCM_STREAM_PLAYBACK, {2});
     const AlsaPcm recorder(SND_PCM_STREAM_CAPTURE, {1});
-    startDevice();
-    activateFilter();
-    prepare(noiseThrough({0}));
-    const auto recording = startRecording();
-    AudioBuffers message;
-    EXPECT_FALSE(recording->next(&message));
-    EXPECT_EQ(recording->finish(), "OK");
-    expectAllAsBefore();
+    expectNothingToBeRecorded();
 }
 
 TEST_F(RoomMeasurementTest, AServerThatIsRestartedDuringEachKindOfStreamServesTheNext) {
@@ -506,7 +494,7 @@ TEST_F(RoomMeasurementTest, AClientThatIsGoneWithoutAWordFreesTheDevice) {
     cable.freeze();
     EXPECT_TRUE(eventually([] { return !clientIsConnected(); }));
     expectAllAsBefore();
-    EXPECT_LT(Clock::now() - begin, 15s + kTail);
+    EXPECT_LT(Clock::now() - begin, 15s);
 
     prepare(sweepThrough({0}, 1));
     play();
