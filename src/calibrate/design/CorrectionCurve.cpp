@@ -40,26 +40,32 @@ double pinkGain(const std::vector<double>& gains, double most) {
     return decibels(sum / static_cast<double>(gains.size()));
 }
 
-/// Cuts off what lies more than `maxBoost` above the pink gain of what is left.
-void limitBoost(std::vector<double>& gains, double maxBoost) {
+double median(std::vector<double> gains) {
+    const auto middle = gains.begin() + static_cast<std::ptrdiff_t>(gains.size() / 2);
+    std::ranges::nth_element(gains, middle);
+    return *middle;
+}
+
+/// The highest gain that lies no more than `maxBoost` above the pink gain of what is left when all
+/// above it is cut off. Never below the median: a filter that may boost nothing still cuts.
+double ceilingOf(const std::vector<double>& gains, double maxBoost) {
     double low = std::ranges::min(gains);
     double high = std::ranges::max(gains);
-    if (high - pinkGain(gains, high) > maxBoost) {
-        for (int i = 0; i < kBisections; ++i) {
-            const double middle = (low + high) / 2;
-            (middle - pinkGain(gains, middle) > maxBoost ? high : low) = middle;
-        }
-        high = low;
+    if (high - pinkGain(gains, high) <= maxBoost)
+        return high;
+    for (int i = 0; i < kBisections; ++i) {
+        const double middle = (low + high) / 2;
+        (middle - pinkGain(gains, middle) > maxBoost ? high : low) = middle;
     }
-    const double level = pinkGain(gains, high);
-    std::ranges::transform(gains, gains.begin(),
-                           [&](double gain) { return std::min(gain, high) - level; });
+    return std::max(low, median(gains));
 }
 
 void limit(std::vector<double>& gains, const Limits& limits) {
-    limitBoost(gains, limits.maxBoost);
-    std::ranges::transform(gains, gains.begin(),
-                           [&](double gain) { return std::max(gain, -limits.maxCut); });
+    const double ceiling = ceilingOf(gains, limits.maxBoost);
+    const double level = pinkGain(gains, ceiling);
+    std::ranges::transform(gains, gains.begin(), [&](double gain) {
+        return std::max(std::min(gain, ceiling) - level, -limits.maxCut);
+    });
 }
 
 /// The part of the grid in which the loudspeaker is at work: from the first to the last octave that
@@ -88,9 +94,15 @@ void limitWithin(std::vector<double>& gains, const std::pair<std::size_t, std::s
     std::ranges::copy(within, first);
     std::fill(gains.begin(), first, within.front());
     std::fill(last, gains.end(), within.back());
+    limit(gains, limits);
 }
 
 }  // namespace
+
+double CorrectionCurve::boost() const {
+    const double largest = std::ranges::max(gains);
+    return largest - pinkGain(gains, largest);
+}
 
 double CorrectionCurve::gain(double frequency, double sampleRate) const {
     const double inside = grid.interpolate(gains, std::max(frequency, 1e-3));

@@ -10,7 +10,9 @@
 namespace calibrate::design {
 
 /// What a correction may do. Boost and cut count from the gain that the filter has for pink noise
-/// within the range, so that they mean the same whatever the level.
+/// within the range, so that they mean the same whatever the level: no frequency is raised by more
+/// than the boost above where the correction leaves the band as a whole. A correction that may
+/// boost too little for that still cuts what lies above the level of half of the band.
 struct Limits {
     double lowest{20};           ///< Hz, the range that is corrected
     double highest{18'000};      ///< Hz
@@ -30,7 +32,7 @@ struct CorrectionOptions {
 /// Gains of a correction within its range.
 struct CorrectionCurve {
     LogGrid grid;
-    std::vector<double> gains;  ///< dB, 0 for pink noise
+    std::vector<double> gains;  ///< dB, about 0 for pink noise
     double lowest;              ///< Hz, the range
     double highest;             ///< Hz
 
@@ -38,6 +40,9 @@ struct CorrectionCurve {
     /// octave. Above it, too, or, where the range reaches the end of hearing, into a low-pass: a
     /// measurement's uppermost band holds nothing but its own ringing.
     double gain(double frequency, double sampleRate) const;
+
+    /// dB from the gain for pink noise to the largest one.
+    double boost() const;
 };
 
 /// The correction of a loudspeaker that was measured at these positions: the inverse of the

@@ -64,30 +64,59 @@ Eigen::VectorXd decay(const Section& section, Eigen::Index length) {
     return samples;
 }
 
-/// Least squares on the samples from `first` on; two columns for each section, b0's and b1's.
-void fitNumerators(std::vector<Section>& sections, std::span<const double> wanted,
-                   std::size_t first) {
-    const auto length = static_cast<Eigen::Index>(wanted.size());
-    const auto rows = length - static_cast<Eigen::Index>(first);
-    Eigen::MatrixXd basis(rows, 2 * static_cast<Eigen::Index>(sections.size()));
-    for (std::size_t i = 0; i < sections.size(); ++i) {
-        const auto samples = decay(sections[i], length);
-        const auto column = 2 * static_cast<Eigen::Index>(i);
-        basis.col(column) = samples.tail(rows);
-        basis.col(column + 1) = samples.segment(length - rows - 1, rows);
+/// The two columns that a section adds to the least squares' matrix: what its poles answer to an
+/// impulse, and the same a sample later.
+struct Products {
+    double now{0};
+    double later{0};
+};
+
+/// Products of a section's columns, from sample `first` on, with `wanted`. Run backwards the poles'
+/// recursion sums them up without the columns themselves.
+Products products(const Section& section, std::span<const double> wanted, std::size_t first) {
+    double next = 0;
+    double afterNext = 0;
+    for (std::size_t i = wanted.size(); i-- > 0;) {
+        const double sample = (i < first ? 0.0 : wanted[i]) -
+                              static_cast<double>(section.a1) * next -
+                              static_cast<double>(section.a2) * afterNext;
+        afterNext = next;
+        next = sample;
     }
-    const Eigen::RowVectorXd scale = basis.colwise().norm().cwiseMax(1e-30).cwiseInverse();
-    basis = basis * scale.asDiagonal();
-    const Eigen::Map<const Eigen::VectorXd> tail(wanted.data() + first, rows);
-    Eigen::MatrixXd gram = basis.transpose() * basis;
-    gram.diagonal().array() += kRidge;
-    const Eigen::VectorXd numerators =
-        gram.ldlt().solve(basis.transpose() * tail).cwiseProduct(scale.transpose());
-    for (std::size_t i = 0; i < sections.size(); ++i) {
-        sections[i].b0 = static_cast<float>(numerators[2 * static_cast<Eigen::Index>(i)]);
-        sections[i].b1 = static_cast<float>(numerators[2 * static_cast<Eigen::Index>(i) + 1]);
-    }
+    return {next, afterNext};
 }
+
+/// What sections answer to an impulse, sample by sample. They take turns, so that the processor
+/// need not wait for one recursion after the other.
+class SectionBank {
+public:
+    explicit SectionBank(const std::vector<Section>& sections) {
+        for (const auto& section : sections) {
+            a1_.push_back(static_cast<double>(section.a1));
+            a2_.push_back(static_cast<double>(section.a2));
+            next_.push_back(static_cast<double>(section.b0));
+            following_.push_back(static_cast<double>(section.b1));
+        }
+    }
+
+    /// The sum of all sections' next samples.
+    double next() {
+        double sum = 0;
+        for (std::size_t i = 0; i < next_.size(); ++i) {
+            const double sample = next_[i];
+            sum += sample;
+            next_[i] = following_[i] - a1_[i] * sample;
+            following_[i] = -a2_[i] * sample;
+        }
+        return sum;
+    }
+
+private:
+    std::vector<double> a1_;
+    std::vector<double> a2_;
+    std::vector<double> next_;       ///< each section's next sample
+    std::vector<double> following_;  ///< what is known of the one after it
+};
 
 void fadeOut(std::vector<float>& taps) {
     const double faded = kFadedTaps * static_cast<double>(taps.size());
@@ -125,15 +154,9 @@ std::complex<double> ParallelFilter::response(double frequency) const {
 std::vector<double> ParallelFilter::impulseResponse(std::size_t length) const {
     std::vector<double> samples(length);
     std::copy_n(taps.begin(), std::min(length, taps.size()), samples.begin());
-    for (const auto& section : sections) {
-        const auto poles = decay(section, static_cast<Eigen::Index>(length));
-        for (std::size_t i = 0; i < length; ++i) {
-            const auto at = static_cast<Eigen::Index>(i);
-            samples[i] += static_cast<double>(section.b0) * poles[at];
-            if (i > 0)
-                samples[i] += static_cast<double>(section.b1) * poles[at - 1];
-        }
-    }
+    SectionBank bank(sections);
+    for (double& sample : samples)
+        sample += bank.next();
     return samples;
 }
 
@@ -149,22 +172,80 @@ void ParallelFilter::scale(double factor) {
         taps[i] = static_cast<float>(factor * wanted[i] - covered[i]);
 }
 
-ParallelFilter fitParallelFilter(std::span<const double> impulseResponse,
-                                 const FilterCapacity& capacity, double lowest) {
-    const auto longest = static_cast<std::size_t>(kFittedSeconds * capacity.sampleRate);
-    const auto wanted = impulseResponse.first(std::min(longest, impulseResponse.size()));
-    const std::size_t count = std::min(capacity.maxTaps, wanted.size());
-    ParallelFilter filter{capacity.sampleRate, {}, {}};
-    if (capacity.maxSections > 0 && count + 4 * capacity.maxSections < wanted.size()) {
-        filter.sections = fixedPoles(capacity, lowest);
-        fitNumerators(filter.sections, wanted, count);
+/// The normal equations of the numerators, each column scaled to one.
+class ParallelFit::Equations {
+public:
+    Equations(const std::vector<Section>& poles, std::size_t first, std::size_t length)
+        : poles_(poles), first_(first) {
+        const auto rows = static_cast<Eigen::Index>(length - first);
+        Eigen::MatrixXd basis(rows, 2 * static_cast<Eigen::Index>(poles.size()));
+        for (std::size_t i = 0; i < poles.size(); ++i) {
+            const auto samples = decay(poles[i], static_cast<Eigen::Index>(length));
+            const auto column = 2 * static_cast<Eigen::Index>(i);
+            basis.col(column) = samples.tail(rows);
+            basis.col(column + 1) = samples.segment(static_cast<Eigen::Index>(first) - 1, rows);
+        }
+        scale_ = basis.colwise().norm().cwiseMax(1e-30).cwiseInverse().transpose();
+        Eigen::MatrixXd gram(basis.cols(), basis.cols());
+        gram.setZero().selfadjointView<Eigen::Lower>().rankUpdate(basis.transpose());
+        gram = scale_.asDiagonal() * gram * scale_.asDiagonal();
+        gram.diagonal().array() += kRidge;
+        solver_.compute(gram);
     }
+
+    std::vector<Section> solve(std::span<const double> wanted) const {
+        Eigen::VectorXd right(scale_.size());
+        for (std::size_t i = 0; i < poles_.size(); ++i) {
+            const auto [now, later] = products(poles_[i], wanted, first_);
+            right[2 * static_cast<Eigen::Index>(i)] = now;
+            right[2 * static_cast<Eigen::Index>(i) + 1] = later;
+        }
+        const Eigen::VectorXd numerators =
+            solver_.solve(right.cwiseProduct(scale_)).cwiseProduct(scale_);
+        std::vector<Section> sections(poles_);
+        for (std::size_t i = 0; i < sections.size(); ++i) {
+            sections[i].b0 = static_cast<float>(numerators[2 * static_cast<Eigen::Index>(i)]);
+            sections[i].b1 = static_cast<float>(numerators[2 * static_cast<Eigen::Index>(i) + 1]);
+        }
+        return sections;
+    }
+
+private:
+    std::vector<Section> poles_;
+    std::size_t first_;
+    Eigen::VectorXd scale_;
+    Eigen::LDLT<Eigen::MatrixXd> solver_;  ///< of the lower triangle
+};
+
+ParallelFit::ParallelFit(const FilterCapacity& capacity, double lowest, std::size_t length)
+    : capacity_(capacity),
+      length_(std::min(length, static_cast<std::size_t>(kFittedSeconds * capacity.sampleRate))) {
+    if (capacity.maxSections == 0 || capacity.maxTaps + 4 * capacity.maxSections >= length_)
+        return;
+    poles_ = fixedPoles(capacity, lowest);
+    equations_ = std::make_unique<Equations>(poles_, capacity.maxTaps, length_);
+}
+
+ParallelFit::ParallelFit(ParallelFit&&) noexcept = default;
+ParallelFit::~ParallelFit() = default;
+
+ParallelFilter ParallelFit::fit(std::span<const double> impulseResponse) const {
+    const auto wanted = impulseResponse.first(std::min(length_, impulseResponse.size()));
+    const std::size_t count = std::min(capacity_.maxTaps, wanted.size());
+    ParallelFilter filter{capacity_.sampleRate, {}, {}};
+    if (equations_)
+        filter.sections = equations_->solve(wanted);
     const auto covered = filter.impulseResponse(count);
     for (std::size_t i = 0; i < count; ++i)
         filter.taps.push_back(static_cast<float>(wanted[i] - covered[i]));
     if (filter.sections.empty())
         fadeOut(filter.taps);
     return filter;
+}
+
+ParallelFilter fitParallelFilter(std::span<const double> impulseResponse,
+                                 const FilterCapacity& capacity, double lowest) {
+    return ParallelFit(capacity, lowest, impulseResponse.size()).fit(impulseResponse);
 }
 
 }  // namespace calibrate::design

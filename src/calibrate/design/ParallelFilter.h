@@ -2,6 +2,7 @@
 
 #include <complex>
 #include <cstddef>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -42,11 +43,31 @@ struct FilterCapacity {
     std::size_t maxSections{30};
 };
 
-/// The parallel filter closest to an impulse response (Bank, 2008): the sections' poles are fixed,
-/// equally spaced on a logarithmic axis from `lowest` (Hz) to where the taps resolve by themselves;
-/// the sections' numerators are fitted to what comes after the last tap, by least squares; the taps
-/// are what the response has before that and the sections lack. Always stable. The capacity has at
-/// least one tap.
+/// Finds the parallel filter closest to an impulse response (Bank, 2008): the sections' poles are
+/// fixed, equally spaced on a logarithmic axis from `lowest` (Hz) to where the taps resolve by
+/// themselves; the sections' numerators are fitted to what comes after the last tap, by least
+/// squares; the taps are what the response has before that and the sections lack. Always stable.
+/// What does not depend on the response is worked out once, so that many are fitted quickly.
+class ParallelFit {
+public:
+    /// For responses of up to `length` samples; what is later than 0.7 s does not count. The
+    /// capacity has at least one tap.
+    ParallelFit(const FilterCapacity& capacity, double lowest, std::size_t length);
+    ParallelFit(ParallelFit&&) noexcept;
+    ~ParallelFit();
+
+    ParallelFilter fit(std::span<const double> impulseResponse) const;
+
+private:
+    class Equations;
+
+    FilterCapacity capacity_;
+    std::size_t length_;
+    std::vector<Section> poles_;  ///< none where the taps reach to the end
+    std::unique_ptr<const Equations> equations_;
+};
+
+/// The same for one response.
 ParallelFilter fitParallelFilter(std::span<const double> impulseResponse,
                                  const FilterCapacity& capacity, double lowest);
 

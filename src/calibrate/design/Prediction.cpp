@@ -13,6 +13,7 @@ using measurement::PowerSpectrum;
 
 namespace {
 
+constexpr double kLeastSeconds = 1;  // of a prediction
 constexpr std::size_t kSize = std::size_t{1} << 17;
 
 void add(std::vector<double>& sum, const PowerSpectrum& spectrum, std::size_t positions) {
@@ -27,9 +28,10 @@ ImpulseResponse predict(const ImpulseResponse& response, const ParallelFilter& f
     if (response.sampleRate != filter.sampleRate)
         throw std::invalid_argument("a filter applies to responses of its own sample rate");
     ImpulseResponse result = response;
-    const auto impulse = filter.impulseResponse(response.samples.size());
-    result.samples = measurement::convolve(response.samples, impulse);
-    result.samples.resize(response.samples.size());
+    const std::size_t length = std::max(
+        response.samples.size(), static_cast<std::size_t>(kLeastSeconds * response.sampleRate));
+    result.samples = measurement::convolve(response.samples, filter.impulseResponse(length));
+    result.samples.resize(length);
     return result;
 }
 

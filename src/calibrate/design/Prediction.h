@@ -9,7 +9,8 @@
 namespace calibrate::design {
 
 /// What a corrected loudspeaker will be measured as: the response through the filter, as long as
-/// the response. Both have the same sample rate; throws std::invalid_argument otherwise.
+/// the response and at least a second, so that nothing is lost of what the filter rings. Both have
+/// the same sample rate; throws std::invalid_argument otherwise.
 measurement::ImpulseResponse predict(const measurement::ImpulseResponse& response,
                                      const ParallelFilter& filter);
 

@@ -13,7 +13,10 @@ namespace {
 
 constexpr double kSeconds = 1.2;  // of the transforms, which resolve its inverse in Hz
 constexpr int kTries = 4;
-constexpr double kTolerance = 0.01;  // dB
+constexpr int kBoostTries = 12;
+constexpr double kTolerance = 0.01;      // dB
+constexpr double kOverCorrection = 1.2;  // what is cut off also lowers the level
+constexpr double kPointsPerOctave = 48;
 
 using measurement::Spectrum;
 
@@ -67,10 +70,6 @@ std::vector<double> ideal(const CorrectionCurve& curve, double sampleRate) {
     return impulse;
 }
 
-ParallelFilter fit(const CorrectionCurve& curve, const FilterCapacity& capacity) {
-    return fitParallelFilter(ideal(curve, capacity.sampleRate), capacity, curve.lowest);
-}
-
 constexpr int kHalvings = 8;
 
 /// The curve with as much of its detail, and at last of its depth, as the delay allows.
@@ -88,28 +87,32 @@ CorrectionCurve withinGroupDelay(const CorrectionCurve& curve, double sampleRate
     return candidate;
 }
 
-/// Takes the boost that the fit added out of the whole filter.
-void keepBoost(ParallelFilter& filter, double maxBoost) {
-    const double excess = largestGain(filter) - maxBoost;
-    if (excess > 0)
-        filter.scale(std::pow(10.0, -(excess + 0.1 * kTolerance) / 20));
+Spectrum spectrumOf(const ParallelFilter& filter) {
+    const auto impulse = filter.impulseResponse(lengthFor(filter.sampleRate));
+    return measurement::forwardFft(impulse, sizeFor(filter.sampleRate));
 }
 
-ParallelFilter fitWithinBoost(CorrectionCurve curve, const FilterCapacity& capacity,
-                              const Limits& limits) {
-    ParallelFilter filter;
-    double most = limits.maxBoost;
-    for (int attempt = 0; attempt < kTries; ++attempt) {
-        filter = fit(curve, capacity);
-        const double excess = largestGain(filter) - limits.maxBoost;
-        if (excess <= kTolerance)
-            break;
-        most -= excess;
-        std::ranges::transform(curve.gains, curve.gains.begin(),
-                               [most](double gain) { return std::min(gain, most); });
+double largestGain(const Spectrum& spectrum) {
+    double largest = 1e-30;
+    for (const auto& bin : spectrum)
+        largest = std::max(largest, std::norm(bin));
+    return 10 * std::log10(largest);
+}
+
+/// dB for pink noise between two frequencies: the mean power at equal steps on a logarithmic axis.
+double pinkGain(const Spectrum& spectrum, double binWidth, double lowest, double highest) {
+    const LogGrid grid(lowest, highest, kPointsPerOctave);
+    double sum = 0;
+    for (const double frequency : grid.frequencies()) {
+        const auto bin = static_cast<std::size_t>(std::lround(frequency / binWidth));
+        sum += std::norm(spectrum[std::min(bin, spectrum.size() - 1)]);
     }
-    keepBoost(filter, limits.maxBoost);
-    return filter;
+    return 10 * std::log10(std::max(sum / static_cast<double>(grid.size()), 1e-30));
+}
+
+void cutAbove(CorrectionCurve& curve, double most) {
+    std::ranges::transform(curve.gains, curve.gains.begin(),
+                           [most](double gain) { return std::min(gain, most); });
 }
 
 }  // namespace
@@ -141,11 +144,13 @@ void checkCapacity(const FilterCapacity& capacity) {
 }
 
 double largestGain(const ParallelFilter& filter) {
-    const auto impulse = filter.impulseResponse(lengthFor(filter.sampleRate));
-    double largest = 0;
-    for (const auto& bin : measurement::forwardFft(impulse, sizeFor(filter.sampleRate)))
-        largest = std::max(largest, std::norm(bin));
-    return 10 * std::log10(std::max(largest, 1e-30));
+    return largestGain(spectrumOf(filter));
+}
+
+double boost(const ParallelFilter& filter, double lowest, double highest) {
+    const auto spectrum = spectrumOf(filter);
+    const double binWidth = filter.sampleRate / static_cast<double>(sizeFor(filter.sampleRate));
+    return largestGain(spectrum) - pinkGain(spectrum, binWidth, lowest, highest);
 }
 
 double largestGroupDelay(const ParallelFilter& filter, double lowest, double highest) {
@@ -153,22 +158,49 @@ double largestGroupDelay(const ParallelFilter& filter, double lowest, double hig
                              filter.sampleRate, lowest, highest);
 }
 
-ParallelFilter realise(const CorrectionCurve& curve, const FilterCapacity& capacity,
-                       const Limits& limits) {
+FilterMaker::FilterMaker(const FilterCapacity& capacity, double lowest)
+    : capacity_((checkCapacity(capacity), capacity)),
+      fit_(capacity, lowest, lengthFor(capacity.sampleRate)) {
+}
+
+ParallelFilter FilterMaker::withoutCorrection() const {
+    return {capacity_.sampleRate, {1}, {}};
+}
+
+/// Cuts off as much of the curve as the filter has too much, and at last takes a filter without any
+/// correction.
+ParallelFilter FilterMaker::fitWithinBoost(CorrectionCurve curve, double maxBoost) const {
+    double most = std::ranges::max(curve.gains);
+    for (int attempt = 0; attempt < kBoostTries; ++attempt) {
+        auto filter = fit_.fit(ideal(curve, capacity_.sampleRate));
+        const double excess = boost(filter, curve.lowest, curve.highest) - maxBoost;
+        if (excess <= kTolerance)
+            return filter;
+        most -= kOverCorrection * excess;
+        cutAbove(curve, most);
+    }
+    return withoutCorrection();
+}
+
+ParallelFilter FilterMaker::make(const CorrectionCurve& curve, const Limits& limits) const {
     checkLimits(limits);
-    checkCapacity(capacity);
-    ParallelFilter filter;
+    const double maxBoost = std::max(limits.maxBoost, curve.boost());
     // A fit may have more delay than its curve: the curve then gets less.
     double allowed = limits.maxGroupDelay;
     for (int attempt = 0; attempt < kTries; ++attempt, allowed *= 0.7) {
-        filter =
-            fitWithinBoost(withinGroupDelay(curve, capacity.sampleRate, allowed), capacity, limits);
+        auto filter =
+            fitWithinBoost(withinGroupDelay(curve, capacity_.sampleRate, allowed), maxBoost);
+        if (!filter.isStable())
+            throw std::logic_error("a correction filter came out unstable");
         if (largestGroupDelay(filter, curve.lowest, curve.highest) <= limits.maxGroupDelay)
-            break;
+            return filter;
     }
-    if (!filter.isStable())
-        throw std::logic_error("a correction filter came out unstable");
-    return filter;
+    return withoutCorrection();
+}
+
+ParallelFilter realise(const CorrectionCurve& curve, const FilterCapacity& capacity,
+                       const Limits& limits) {
+    return FilterMaker(capacity, curve.lowest).make(curve, limits);
 }
 
 }  // namespace calibrate::design

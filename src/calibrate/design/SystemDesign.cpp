@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
+#include <tuple>
 
 namespace calibrate::design {
 namespace {
@@ -39,7 +41,6 @@ public:
             for (const auto& speaker : design_.speakers)
                 own_.push_back(speaker.alignment);
             manageBass();
-            keepHeadroom();
         }
         judge();
         return std::move(design_);
@@ -99,13 +100,21 @@ private:
         return limits;
     }
 
-    SpeakerCorrection correct(const MeasuredSpeaker& speaker) const {
+    ParallelFilter filterOf(const CorrectionCurve& curve, const FilterCapacity& capacity,
+                            const Limits& limits) {
+        const std::tuple key(capacity.sampleRate, capacity.maxTaps, capacity.maxSections,
+                             curve.lowest);
+        const auto [maker, isNew] = makers_.try_emplace(key, capacity, curve.lowest);
+        return maker->second.make(curve, limits);
+    }
+
+    SpeakerCorrection correct(const MeasuredSpeaker& speaker) {
         CorrectionOptions options = options_.correction;
         options.limits = limitsOf(speaker);
         const auto curve = correctionCurve(speaker.positions, options);
         std::vector<ParallelFilter> filters;
         for (const auto& capacity : options_.capacities)
-            filters.push_back(realise(curve, capacity, options.limits));
+            filters.push_back(filterOf(curve, capacity, options.limits));
         const auto before = meanSpectrum(speaker.positions);
         return {speaker.name,
                 speaker.subwoofer,
@@ -137,24 +146,21 @@ private:
 
     /// A filter of the speaker at the responses' sample rate.
     ParallelFilter filterAtResponses(const SpeakerCorrection& speaker,
-                                     const MeasuredSpeaker& measured) const {
+                                     const MeasuredSpeaker& measured) {
         for (const auto& filter : speaker.filters) {
             if (filter.sampleRate == sampleRate())
                 return filter;
         }
         FilterCapacity capacity = options_.capacities.front();
         capacity.sampleRate = sampleRate();
-        auto filter = realise(speaker.curve, capacity, limitsOf(measured));
-        filter.scale(std::pow(10.0, design_.attenuation / 20));
+        auto filter = filterOf(speaker.curve, capacity, limitsOf(measured));
+        filter.scale(std::pow(10.0, design_.attenuation / 20) * (isInverted(speaker) ? -1 : 1));
         return filter;
     }
 
     void predictSpeakers() {
-        for (std::size_t i = 0; i < speakers_.size(); ++i) {
-            auto& speaker = design_.speakers[i];
-            speaker.predicted =
-                predict(speakers_[i].positions.front(), filterAtResponses(speaker, speakers_[i]));
-        }
+        for (std::size_t i = 0; i < speakers_.size(); ++i)
+            design_.speakers[i].predicted = corrected(i);
     }
 
     void alignSpeakers() {
@@ -197,24 +203,46 @@ private:
             joinBass();
             correctSums();
         }
-        joinBass();
         // The rounds needed the filters of one rate only.
         for (std::size_t i = 0; i < speakers_.size(); ++i)
             realiseAgain(i, [this](double rate) { return rate != sampleRate(); });
+        keepHeadroom();
+        joinBass();
         invertSubwoofers();
+        predictSubwoofers();
         addBassCells();
     }
 
-    std::size_t firstSubwoofer() const {
-        const auto found = std::ranges::find_if(speakers_, &MeasuredSpeaker::subwoofer);
-        return static_cast<std::size_t>(found - speakers_.begin());
+    /// All subwoofers at once: they play the same.
+    ImpulseResponse subwoofersTogether() {
+        ImpulseResponse sum;
+        for (std::size_t i = 0; i < speakers_.size(); ++i) {
+            if (!isMain(i))
+                add(sum, corrected(i));
+        }
+        return sum;
+    }
+
+    /// To the nearest sample, which is a small part of any period that a subwoofer plays.
+    static void add(ImpulseResponse& sum, const ImpulseResponse& other) {
+        if (sum.samples.empty()) {
+            sum = other;
+            return;
+        }
+        const auto shift = std::lround((other.start - sum.start) * sum.sampleRate);
+        const auto length = static_cast<std::ptrdiff_t>(sum.samples.size());
+        for (std::size_t i = 0; i < other.samples.size(); ++i) {
+            const auto at = static_cast<std::ptrdiff_t>(i) + shift;
+            if (at >= 0 && at < length)
+                sum.samples[static_cast<std::size_t>(at)] += other.samples[i];
+        }
     }
 
     bool isMain(std::size_t speaker) const { return !speakers_[speaker].subwoofer; }
 
     /// Finds the subwoofer's alignment for the filters as they are, and the sums that it gives.
     void joinBass() {
-        const auto subwoofer = corrected(firstSubwoofer());
+        const auto subwoofer = subwoofersTogether();
         std::vector<ImpulseResponse> mains;
         for (std::size_t i = 0; i < speakers_.size(); ++i) {
             if (isMain(i))
@@ -240,7 +268,7 @@ private:
         design_.bass = std::move(bass);
     }
 
-    ImpulseResponse corrected(std::size_t i) const {
+    ImpulseResponse corrected(std::size_t i) {
         return predict(speakers_[i].positions.front(),
                        filterAtResponses(design_.speakers[i], speakers_[i]));
     }
@@ -313,16 +341,31 @@ private:
             if (!wanted(speaker.filters[k].sampleRate))
                 continue;
             speaker.filters[k] =
-                realise(speaker.curve, options_.capacities[k], limitsOf(speakers_[i]));
+                filterOf(speaker.curve, options_.capacities[k], limitsOf(speakers_[i]));
             speaker.filters[k].scale(std::pow(10.0, design_.attenuation / 20));
         }
     }
 
     /// A polarity that the crossover wants is in the subwoofers' filters.
     void invertSubwoofers() {
+        subwoofersInverted_ = design_.bass->management.inverted;
         for (auto& speaker : design_.speakers) {
-            if (speaker.subwoofer && design_.bass->management.inverted)
+            if (isInverted(speaker))
                 invert(speaker);
+        }
+    }
+
+    bool isInverted(const SpeakerCorrection& speaker) const {
+        return speaker.subwoofer && subwoofersInverted_;
+    }
+
+    /// A subwoofer by itself, as the crossover has left it.
+    void predictSubwoofers() {
+        for (std::size_t i = 0; i < speakers_.size(); ++i) {
+            auto& speaker = design_.speakers[i];
+            if (!isMain(i))
+                speaker.predicted =
+                    aligned(corrected(i), speaker.alignment.gain, speaker.alignment.delay);
         }
     }
 
@@ -361,6 +404,8 @@ private:
     const SystemOptions& options_;
     SystemDesign design_;
     std::vector<Alignment> own_;  ///< each speaker's, before the bass has its say
+    bool subwoofersInverted_{false};
+    std::map<std::tuple<double, std::size_t, std::size_t, double>, FilterMaker> makers_;
 };
 
 }  // namespace

@@ -50,7 +50,7 @@ struct SpeakerCorrection {
     double lowest{30};  ///< Hz, the band of these deviations
     double highest{16'000};
     /// Predicted at the first position, with alignment; for a main speaker with bass management
-    /// together with the subwoofer.
+    /// together with the subwoofer, for a subwoofer by itself without the crossover.
     measurement::ImpulseResponse predicted;
 };
 

@@ -2,7 +2,6 @@
 
 #include "calibrate/GainRange.h"
 #include "calibrate/Text.h"
-#include "calibrate/design/Prediction.h"
 #include "calibrate/run/VerificationCheck.h"
 
 #include <algorithm>
@@ -48,21 +47,6 @@ std::vector<design::MeasuredSpeaker> measured(const report::Calibration& calibra
         speakers.push_back(std::move(all));
     }
     return speakers;
-}
-
-/// What a subwoofer by itself will be measured as: through the filter that the crossover has left
-/// it with, as far as there is one at the microphone's sample rate.
-void predictSubwoofers(design::SystemDesign& design,
-                       const std::vector<design::MeasuredSpeaker>& speakers) {
-    for (std::size_t i = 0; i < speakers.size(); ++i) {
-        auto& speaker = design.speakers[i];
-        const auto& response = speakers[i].positions.front();
-        const auto filter = std::ranges::find(speaker.filters, response.sampleRate,
-                                              &design::ParallelFilter::sampleRate);
-        if (speaker.subwoofer && filter != speaker.filters.end())
-            speaker.predicted = design::aligned(design::predict(response, *filter),
-                                                speaker.alignment.gain, speaker.alignment.delay);
-    }
 }
 
 std::optional<double> checked(std::optional<double> gain, const protocol::GainInfo& range) {
@@ -143,7 +127,6 @@ void Calibrator::design() {
     calibration_.options = systemOptions();
     const auto speakers = measured(calibration_, profile_);
     calibration_.design = design::designSystem(speakers, calibration_.options);
-    predictSubwoofers(*calibration_.design, speakers);
     narrator_.progress(1, "designing the filters");
     for (const auto& warning : calibration_.design->warnings)
         narrator_.warn(warning);

@@ -24,7 +24,13 @@ TEST(Prediction, isTheConvolution) {
         direct += impulse[k] * response.samples[150 - k];
     EXPECT_NEAR(predicted.samples[150], direct, 1e-9);
     EXPECT_EQ(predicted.start, 0.25);
-    EXPECT_EQ(predicted.samples.size(), 4'000U);
+}
+
+TEST(Prediction, lastsAsLongAsTheFilterRings) {
+    const measurement::ImpulseResponse brief{48'000, smallRoom(4'000, 100, 1, 1), 0};
+    EXPECT_EQ(predict(brief, kFilter).samples.size(), 48'000U);
+    const measurement::ImpulseResponse lasting{48'000, smallRoom(60'000, 100, 1, 1), 0};
+    EXPECT_EQ(predict(lasting, kFilter).samples.size(), 60'000U);
 }
 
 TEST(Prediction, spectrumOfAnotherRateIsMultipliedByTheResponse) {

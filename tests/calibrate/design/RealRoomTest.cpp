@@ -1,5 +1,6 @@
 #include "calibrate/design/Deviation.h"
 #include "calibrate/design/Prediction.h"
+#include "calibrate/design/SpeakerDesign.h"
 #include "calibrate/design/SystemDesign.h"
 #include "calibrate/measurement/PowerSpectrum.h"
 #include "calibrate/measurement/SoundFile.h"
@@ -12,6 +13,8 @@
 using namespace calibrate;
 
 namespace {
+
+constexpr double kTolerance = 0.02;  // dB
 
 /// A measured response, and what the Debian package drc leaves of its deviation (its "normal"
 /// preset, flat target, 65536 taps), as scripts/compare-with-drc finds it.
@@ -46,6 +49,8 @@ TEST_P(RealRoomTest, correctionComesCloserToTheTargetThanAConvolversFilter) {
         const auto corrected = design::predict(response, filter);
         const measurement::PowerSpectrum spectrum(corrected.samples, corrected.sampleRate);
         EXPECT_LE(design::deviation(spectrum, {}), 0.8 * GetParam().deviationOfDrc);
+        EXPECT_LE(design::largestGain(filter), kTolerance);
+        EXPECT_LE(design::boost(filter, 20, 18'000), 6 + kTolerance);
     }
 }
 

@@ -2,7 +2,10 @@
 
 #include "roomsim/ImpulseResponses.h"
 
+#include <map>
 #include <random>
+
+using calibrate::design::SystemDesign;
 
 namespace {
 
@@ -72,9 +75,7 @@ roomsim::RoomDescription describe(Dice& dice, bool withSubwoofer) {
     return room;
 }
 
-}  // namespace
-
-SimulatedRoom simulatedRoom(std::size_t index) {
+SimulatedRoom makeRoom(std::size_t index) {
     Dice dice(index);
     const bool withSubwoofer = index % 2 == 1;
     auto description = describe(dice, withSubwoofer);
@@ -90,4 +91,30 @@ SimulatedRoom simulatedRoom(std::size_t index) {
         }
     }
     return room;
+}
+
+SystemDesign designFor(const SimulatedRoom& room) {
+    auto speakers = room.speakers;
+    for (auto& speaker : speakers)
+        speaker.positions.resize(1);
+    calibrate::design::SystemOptions options;
+    options.capacities = {{static_cast<double>(kRate), 1'000, 30}};
+    return designSystem(speakers, options);
+}
+
+}  // namespace
+
+const SimulatedRoom& simulatedRoom(std::size_t index) {
+    static std::map<std::size_t, SimulatedRoom> rooms;
+    const auto found = rooms.find(index);
+    return found != rooms.end() ? found->second
+                                : rooms.emplace(index, makeRoom(index)).first->second;
+}
+
+const SystemDesign& designOfSimulatedRoom(std::size_t index) {
+    static std::map<std::size_t, SystemDesign> designs;
+    const auto found = designs.find(index);
+    return found != designs.end()
+               ? found->second
+               : designs.emplace(index, designFor(simulatedRoom(index))).first->second;
 }

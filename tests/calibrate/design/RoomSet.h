@@ -14,6 +14,10 @@ struct SimulatedRoom {
 
 /// Room `index` of a set without end: a shoebox of a living room's size with its own walls,
 /// speakers and seats. Every second one has small speakers and a subwoofer.
-SimulatedRoom simulatedRoom(std::size_t index);
+/// Made once in a process.
+const SimulatedRoom& simulatedRoom(std::size_t index);
+
+/// What is designed for it, measured at the first position, at 48 kHz. Made once, too.
+const calibrate::design::SystemDesign& designOfSimulatedRoom(std::size_t index);
 
 inline constexpr std::size_t kSimulatedRooms = 20;

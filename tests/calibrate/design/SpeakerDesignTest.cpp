@@ -54,11 +54,30 @@ TEST(SpeakerDesign, boostStaysWithinTheLimitInEveryCapacity) {
     for (const std::size_t taps : {1UL, 10UL, 1'000UL})
         for (const std::size_t sections : {0UL, 1UL, 30UL}) {
             const auto filter = realise(curve, {48'000, taps, sections}, {});
-            EXPECT_LE(largestGain(filter), 6.01) << taps << " taps, " << sections << " sections";
+            EXPECT_LE(boost(filter, curve.lowest, curve.highest), 6.01)
+                << taps << " taps, " << sections << " sections";
             EXPECT_TRUE(filter.isStable());
             EXPECT_LE(filter.taps.size(), taps);
             EXPECT_LE(filter.sections.size(), sections);
         }
+}
+
+TEST(SpeakerDesign, anyBoostIsKept) {
+    for (const double most : {0.5, 2.0, 6.0, 12.0}) {
+        CorrectionOptions options;
+        options.limits.maxBoost = most;
+        const auto curve = correctionCurve({room()}, options);
+        const auto filter = realise(curve, {48'000, 1'000, 30}, options.limits);
+        EXPECT_LE(boost(filter, curve.lowest, curve.highest), std::max(most, curve.boost()) + 0.01);
+    }
+}
+
+TEST(SpeakerDesign, boostCountsFromTheGainForPinkNoise) {
+    EXPECT_NEAR(boost({48'000, {0.25F}, {}}, 20, 18'000), 0, 1e-6);
+    // A comb: twice the amplitude at its peaks, on the mean over all frequencies twice the power.
+    ParallelFilter comb{48'000, std::vector<float>(481), {}};
+    comb.taps.front() = comb.taps.back() = 1;
+    EXPECT_NEAR(boost(comb, 200, 18'000), 3.01, 0.1);
 }
 
 TEST(SpeakerDesign, groupDelayStaysWithinTheLimit) {

@@ -1,4 +1,5 @@
 #include "calibrate/Errors.h"
+#include "calibrate/design/Prediction.h"
 #include "calibrate/design/RoomSet.h"
 #include "calibrate/design/SpeakerDesign.h"
 #include "calibrate/design/SystemDesign.h"
@@ -67,12 +68,48 @@ TEST(SystemDesign, alignmentMayBeLeftAlone) {
 }
 
 TEST(SystemDesign, subwooferBringsBassManagement) {
-    const auto room = simulatedRoom(1);
-    const auto design = designSystem(room.speakers, {});
+    const auto design = designSystem(simulatedRoom(1).speakers, {});
     ASSERT_TRUE(design.bass);
     EXPECT_EQ(design.bass->cells.size(), 2U);
     EXPECT_EQ(design.bass->management.alignments.size(), 3U);
     EXPECT_EQ(design.bass->deviations.size(), 2U);
+}
+
+TEST(SystemDesign, subwooferIsPredictedAsTheCrossoverHasLeftIt) {
+    bool isAligned = false;
+    bool isInverted = false;
+    for (std::size_t room = 1; room < kSimulatedRooms; room += 2) {
+        const auto& design = designOfSimulatedRoom(room);
+        const auto& subwoofer = design.speakers.back();
+        const auto& response = simulatedRoom(room).speakers.back().positions.front();
+        const auto expected = aligned(predict(response, subwoofer.filters.front()),
+                                      subwoofer.alignment.gain, subwoofer.alignment.delay);
+        isAligned |= subwoofer.alignment.gain < 0 || subwoofer.alignment.delay > 0;
+        isInverted |= design.bass->management.inverted;
+        EXPECT_NEAR(subwoofer.predicted.start, expected.start, 1e-12);
+        for (std::size_t i = 0; i < 4'800; ++i)
+            ASSERT_NEAR(subwoofer.predicted.samples[i], expected.samples[i], 1e-9) << room;
+    }
+    EXPECT_TRUE(isAligned);
+    EXPECT_TRUE(isInverted);
+}
+
+TEST(SystemDesign, twoSubwoofersArePredictedTogether) {
+    auto speakers = simulatedRoom(1).speakers;
+    for (auto& speaker : speakers)
+        speaker.positions.resize(1);
+    auto halves = speakers;
+    for (double& sample : halves.back().positions.front().samples)
+        sample /= 2;
+    halves.push_back(halves.back());
+    halves.back().name = "second subwoofer";
+    SystemOptions options;
+    options.capacities = {{48'000, 1'000, 30}};
+    options.bassCapacity.maxCells = 6;
+    const auto& one = designOfSimulatedRoom(1).speakers.front().predicted.samples;
+    const auto two = designSystem(halves, options).speakers.front().predicted.samples;
+    for (std::size_t i = 0; i < 4'800; ++i)
+        ASSERT_NEAR(two[i], one[i], 1e-4);
 }
 
 TEST(SystemDesign, crossoverOfZeroLeavesTheBassSectionsAlone) {
