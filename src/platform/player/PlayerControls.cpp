@@ -13,15 +13,14 @@
 
 #include <functional>
 #include <stdexcept>
-#include <utility>
 
 namespace platform {
 
 namespace {
 
 void serve(CMNodesWorker* worker, const CMPath& path,
-           std::function<void(const CMSetDataRequest& request)> action) {
-    CMActivateNode::create(worker->nodes(), path, worker, std::move(action), Qt::DirectConnection);
+           const std::function<void(const CMSetDataRequest& request)>& action) {
+    CMActivateNode::create(worker->nodes(), path, worker, action, Qt::DirectConnection);
 }
 
 }  // namespace

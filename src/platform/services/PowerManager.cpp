@@ -82,7 +82,7 @@ private:
 
     void request(const CMSetDataRequest& request) {
         const VeskPowerManagerResourceRequest wish(request.value().hash());
-        const int number = numberIn(wish, wish.Resource());
+        const int number = numberIn(wish, VeskPowerManagerResourceRequest::Resource());
         const auto resource = resources_.find(resourceName(number));
         if (resource == resources_.end())
             return refuse(request, QStringLiteral("InvalidArgument"),
@@ -109,7 +109,7 @@ private:
 
     /// Why it cannot be; no error when it is done.
     static CMError carryOut(const VeskPowerManagerResourceRequest& wish, Resource& resource) {
-        const int action = numberIn(wish, wish.Action());
+        const int action = numberIn(wish, VeskPowerManagerResourceRequest::Action());
         if (action == VeskPowerModuleActions::Acquire)
             return acquire(wish.moduleName(), resource);
         if (action == VeskPowerModuleActions::Release)

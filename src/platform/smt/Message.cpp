@@ -37,7 +37,7 @@ void checkPayload(const MessageHeader& header, std::size_t size) {
     const std::string fault = formatFault(header.rate, header.channels, header.format);
     require(fault.empty(), fault);
     const std::size_t frameSize = header.channels * bytesPerSample(header.format);
-    require(size % frameSize == 0 && size / frameSize == header.frames,
+    require(header.frames <= size && header.frames * frameSize == size,
             "its payload of " + std::to_string(size) + " bytes is not " +
                 std::to_string(header.frames) + " frames of " + std::to_string(frameSize) +
                 " bytes");
