@@ -184,7 +184,6 @@ TEST_F(RoomMeasurementTest, ARecordingGivesTheResponsesOfBothSpeakersBack) {
     constexpr std::size_t kPass = 264'000;   // a sweep with its silence
     constexpr std::size_t kBefore = 1000;    // silence that is looked at as well
     constexpr std::size_t kTransform = 524'288;
-    constexpr std::size_t kHeardTail = 48 * (kTail - kOnTheWay).count();
     const Signals responses{randomResponse(kResponse, 1), randomResponse(kResponse, 2)};
     enter(measuredRoom(2), responses);
     startDevice();
@@ -203,7 +202,7 @@ TEST_F(RoomMeasurementTest, ARecordingGivesTheResponsesOfBothSpeakersBack) {
         std::ranges::find_if(heard, [](float sample) { return std::abs(sample) > 1e-8F; });
     const auto begin = static_cast<std::size_t>(sound - heard.begin());
     ASSERT_GE(begin, kBefore);
-    ASSERT_GE(heard.size(), begin + 2 * kPass + kHeardTail);
+    ASSERT_GE(heard.size(), begin + 2 * kPass);
     const std::vector<float> sweep =
         generateLogSweep(10.0, 24000.0, 240'000, 24'000, 1, 48000.0, 300.0);
     const double gain = std::pow(10.0, -12.0 / 20.0);
@@ -234,6 +233,31 @@ TEST_F(RoomMeasurementTest, ARecordingGivesTheResponsesOfBothSpeakersBack) {
         RecordProperty("error" + std::to_string(speaker),
                        std::to_string(10.0 * std::log10(error / energy)));
     }
+}
+
+TEST_F(RoomMeasurementTest, ARecordingHoldsTheTailBehindTheSweep) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer is too slow to keep the player supplied without a gap";
+#endif
+    nlohmann::json room = measuredRoom(2);
+    room["pace"] = "realtime";
+    enter(room, {{1.0F}, {1.0F}});
+    description.stimuliSampleRate = kSampleRate;  // 0.9 s, played at 48 kHz
+    startDevice();
+    setGain(0, 0.0);
+    prepare(sweepThrough({0}));
+    const auto recording = startRecording();
+    std::vector<float> heard;
+    AudioBuffers message;
+    while (recording->next(&message))
+        append(message, heard);
+    EXPECT_EQ(recording->finish(), "OK");
+    const auto behind =
+        std::find_if(heard.rbegin(), heard.rend(), [](float sample) { return sample != 0.0F; }) -
+        heard.rbegin();
+    ASSERT_LT(behind, static_cast<std::ptrdiff_t>(heard.size())) << "nothing was heard";
+    EXPECT_GE(behind, 48 * (kTail - kOnTheWay).count()) << "frames";
+    RecordProperty("behind", static_cast<int>(behind));
 }
 
 TEST_F(RoomMeasurementTest, NoiseIsHeardUntilTheClientCancels) {
