@@ -67,6 +67,8 @@ WaveFileWriter::WaveFileWriter(fs::path path, int sampleRate, bool overwrite)
     file_.reset(sf_open_fd(descriptor, SFM_WRITE, &info, SF_TRUE));
     if (!file_)
         fail(sf_strerror(nullptr));
+    // Its peaks would be stored with the time; the same sound is to give the same bytes.
+    sf_command(file_.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
     sf_command(file_.get(), SFC_SET_UPDATE_HEADER_AUTO, nullptr, SF_TRUE);
 }
 

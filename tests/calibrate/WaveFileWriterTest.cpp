@@ -5,6 +5,8 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
+#include <iterator>
 #include <numeric>
 
 namespace calibrate {
@@ -50,6 +52,17 @@ TEST_F(WaveFileWriterTest, WhoForgetsToCloseLosesNothing) {
     { WaveFileWriter(path("a.wav"), 48000, false).write(ramp(10)); }
 
     EXPECT_EQ(readSoundFile(path("a.wav")).samples, ramp(10));
+}
+
+TEST_F(WaveFileWriterTest, NothingOfTheTimeAtWhichItWasWrittenIsInTheFile) {
+    WaveFileWriter writer(path("a.wav"), 48000, false);
+    writer.write(ramp(10));
+    writer.close();
+
+    std::ifstream file(path("a.wav"), std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    EXPECT_THAT(bytes, testing::AllOf(testing::HasSubstr("data"),
+                                      testing::Not(testing::HasSubstr("PEAK"))));
 }
 
 TEST_F(WaveFileWriterTest, AnEmptyFileIsAFile) {

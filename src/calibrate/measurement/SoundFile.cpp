@@ -79,6 +79,8 @@ void writeSoundFile(const std::filesystem::path& path, const SoundFile& content)
     File file(sf_open(path.c_str(), SFM_WRITE, &info));
     if (!file)
         throw std::runtime_error(printable(path.string()) + ": " + sf_strerror(nullptr));
+    // Its peaks would be stored with the time; the same sound is to give the same bytes.
+    sf_command(file.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
     const auto count = static_cast<sf_count_t>(frames);
     const bool written = sf_writef_float(file.get(), samples.data(), count) == count;
     if (sf_close(file.release()) != 0 || !written)

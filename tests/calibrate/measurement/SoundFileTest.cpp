@@ -6,10 +6,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <limits>
+#include <string>
 
 using namespace calibrate::measurement;
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -32,6 +37,15 @@ TEST(SoundFile, readsWhatItWrote) {
     EXPECT_EQ(file.sampleRate, 44'100);
     EXPECT_EQ(file.channels, (std::vector<std::vector<double>>{{0.5, 1.5}, {-0.25, 0}}));
     EXPECT_EQ(impulseResponses(file).size(), 2U);
+}
+
+TEST(SoundFile, holdsNothingOfTheTimeAtWhichItWasWritten) {
+    const ScratchDirectory scratch;
+    const auto path = scratch.path() / "sound.wav";
+    calibrate::measurement::writeSoundFile(path, {44'100, {{0.5, 1.5}}});
+    std::ifstream file(path, std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    EXPECT_THAT(bytes, AllOf(HasSubstr("data"), Not(HasSubstr("PEAK"))));
 }
 
 TEST(SoundFile, saysWhatIsWrong) {
