@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/DeviceFixture.h"
+#include "support/Eventually.h"
 
 #include <chrono>
 #include <cstdint>
@@ -78,6 +79,17 @@ protected:
         gain.set_channel(speaker);
         gain.set_gain(decibels);
         ask(&Stub::SetStimuliGain, gain);
+    }
+
+    /// A slot with a filter, chosen and on in the segment.
+    void activateFilter() {
+        transferFir(1, "Sofa", {0.5F}, 1);
+        activate(1);
+        dio::endpoint::OperationMode mode;
+        mode.set_filtering(true);
+        ask(&Stub::SetOperationMode, mode);
+        ASSERT_TRUE(eventually([] { return image().bypass == 0; }));
+        settle();
     }
 
     /// Ms since the epoch.

@@ -92,16 +92,19 @@ protected:
         return !list.filteringEnabled() && !list.delayGainEnabled();
     }
 
-    /// A slot with a filter, chosen and on in the segment.
+    /// The calls that this takes are forgotten.
     void activateFilter() {
-        transferFir(1, "Sofa", {0.5F}, 1);
-        activate(1);
-        OperationMode mode;
-        mode.set_filtering(true);
-        ask(&Stub::SetOperationMode, mode);
-        ASSERT_TRUE(eventually([] { return image().bypass == 0; }));
-        settle();
+        MeasurementFixture::activateFilter();
         CallLog::instance().clear();
+    }
+
+    /// A sweep whose first chunk is held on its way to the player.
+    std::unique_ptr<Playback> startHeldSweep() {
+        sender().hold();
+        prepare(sweepThrough({0}, 1));
+        auto playback = startStimuli();
+        EXPECT_TRUE(eventually([] { return sender().isHolding(); }));
+        return playback;
     }
 
     void expectFilterBack() {
@@ -706,10 +709,7 @@ TEST_F(RpcHandlerStimuliTest, EndsTheDeviceInTheMiddleOfNoise) {
 TEST_F(RpcHandlerStimuliTest, BypassesTheFilterInTheSegmentWhileItPlays) {
     startDevice();
     activateFilter();
-    sender().hold();
-    prepare(sweepThrough({0}, 1));
-    const auto playback = startStimuli();
-    ASSERT_TRUE(eventually([] { return sender().isHolding(); }));
+    const auto playback = startHeldSweep();
     EXPECT_TRUE(eventually([] { return image().bypass == 1; }));
     EXPECT_TRUE(settings().filteringEnabled()) << "the user's choice";
     sender().letAllThrough();
@@ -721,10 +721,7 @@ TEST_F(RpcHandlerStimuliTest, BypassesTheFilterInTheSegmentWhileItPlays) {
 TEST_F(RpcHandlerStimuliTest, KeepsTheFilterOffWhenTheSettingsChangeMeanwhile) {
     startDevice();
     activateFilter();
-    sender().hold();
-    prepare(sweepThrough({0}, 1));
-    const auto playback = startStimuli();
-    ASSERT_TRUE(eventually([] { return sender().isHolding(); }));
+    const auto playback = startHeldSweep();
     transferFir(2, "Armchair", {0.25F}, 2);
     EXPECT_EQ(write(VeskDiracActiveFilterPath(), VeskValue::ofI32(2)), "");
     settle();
@@ -764,10 +761,7 @@ TEST_F(RpcHandlerStimuliTest, KeepsTheFilterOffWhenAReportOfTheSettingsIsStillOn
 TEST_F(RpcHandlerStimuliTest, KeepsTheFilterOffWhenTheReloadIsForced) {
     startDevice();
     activateFilter();
-    sender().hold();
-    prepare(sweepThrough({0}, 1));
-    const auto playback = startStimuli();
-    ASSERT_TRUE(eventually([] { return sender().isHolding(); }));
+    const auto playback = startHeldSweep();
     activateNode(VeskDiracForceReloadFilterPath());
     settle();
     EXPECT_TRUE(runtimeIsBypassed());
@@ -778,10 +772,7 @@ TEST_F(RpcHandlerStimuliTest, KeepsTheFilterOffWhenTheReloadIsForced) {
 TEST_F(RpcHandlerStimuliTest, KeepsTheFilterOffUntilTheLastOfTwoPlaybacksHasEnded) {
     startDevice();
     activateFilter();
-    sender().hold();
-    prepare(sweepThrough({0}, 1));
-    const auto playback = startStimuli();
-    ASSERT_TRUE(eventually([] { return sender().isHolding(); }));
+    const auto playback = startHeldSweep();
     const auto recording = startRecording(in(24h));
     ASSERT_TRUE(eventually([] { return std::ranges::count(calls(), "mixing off") == 2; }));
     recording->cancel();
@@ -799,10 +790,7 @@ TEST_F(RpcHandlerStimuliTest, KeepsTheFilterOffUntilTheLastOfTwoPlaybacksHasEnde
 TEST_F(RpcHandlerStimuliTest, HoldsNoLockOfTheSlotsWhileItPlays) {
     startDevice();
     activateFilter();
-    sender().hold();
-    prepare(sweepThrough({0}, 1));
-    const auto playback = startStimuli();
-    ASSERT_TRUE(eventually([] { return sender().isHolding(); }));
+    const auto playback = startHeldSweep();
     EXPECT_EQ(ask(&Stub::GetActiveSlot, Void()).value(), 1);
     transferFir(3, "Bed", {1.0F}, 3);
     sender().letAllThrough();
