@@ -21,7 +21,7 @@ _vesk_calibrate() {
     case $verb in
         "") mapfile -t COMPREPLY < <(compgen -W "$verbs $all --version" -- "$word"); return ;;
         run) options="--output --positions --yes --pause --slot --force --name --description --mic
-            --microphone --gain --target --range --max-boost --max-cut --headroom --crossover
+            --mic-channel --microphone --gain --target --range --max-boost --max-cut --headroom --crossover
             --no-align --play --no-verify" ;;
         upload) options="--slot --name --type --description --speaker --gain --rate --channels
             --activate" ;;
@@ -34,7 +34,7 @@ _vesk_calibrate() {
         mode) options="--correction --gain-delay" ;;
         sweep) options=$stimulus ;;
         noise) options="$stimulus --duration" ;;
-        record) options="$stimulus --duration --mic --force --stimulus" ;;
+        record) options="$stimulus --duration --mic --mic-channel --force --stimulus" ;;
         watch) options="--count" ;;
     esac
     if [[ $word == -* ]]; then

@@ -8,6 +8,7 @@
 #include "calibrate/Errors.h"
 #include "calibrate/Gains.h"
 #include "calibrate/Info.h"
+#include "calibrate/MicrophoneArguments.h"
 #include "calibrate/Mode.h"
 #include "calibrate/Play.h"
 #include "calibrate/Record.h"
@@ -283,12 +284,11 @@ private:
 
     void addRecord() {
         auto* command =
-            addVerb("record", "Record the device's microphone to a WAV file",
+            addVerb("record", "Record a microphone to a WAV file",
                     [this](auto& client, const auto& console) { runRecord(client, console); });
         command->add_option("OUT.wav", recordFile_, "The file, of 32-bit floats")->required();
         command->add_flag("--force", record_.overwrite, "Replace the file if it exists");
-        command->add_option("--mic", record_.microphone, "Microphone, from 0; default: 0")
-            ->type_name("N");
+        addMicrophoneOptions(*command, record_.microphone);
         addDuration(command, "How long to record; default: until the stimulus ends, or Ctrl-C");
         auto* stimulus =
             command->add_option("--stimulus", recordStimulus_, "What the device plays meanwhile")

@@ -93,6 +93,11 @@ public:
           stop_(std::move(stop)),
           stub_(protocol::EndpointDevice::NewStub(openChannel(address))) {}
 
+    void heedStop() const {
+        if (stopRequested())
+            throw Interrupted("interrupted");
+    }
+
     template <class Request, class Reply>
     Reply call(const char* name,
                grpc::Status (Stub::*method)(grpc::ClientContext*, const Request&, Reply*),
@@ -118,8 +123,7 @@ public:
     /// A stream that is being opened by `open`, a function of the context, the queue and the tag.
     template <class Message, class Open>
     std::unique_ptr<EndpointStream<Message>> openStream(const char* name, Open open) {
-        if (stopRequested())
-            throw Interrupted("interrupted");
+        heedStop();
         return std::make_unique<Stream<Message, Open>>(name, *this, open);
     }
 
@@ -144,8 +148,7 @@ private:
 
     template <class Function>
     void perform(const char* name, std::chrono::milliseconds timeout, Function&& function) {
-        if (stopRequested())
-            throw Interrupted("interrupted");
+        heedStop();
         grpc::ClientContext context;
         context.set_deadline(std::chrono::system_clock::now() + timeout);
         const grpc::Status status = [&] {
@@ -159,8 +162,7 @@ private:
 
     [[noreturn]] void fail(const char* name, const grpc::Status& status,
                            std::chrono::milliseconds timeout) const {
-        if (stopRequested())
-            throw Interrupted("interrupted");
+        heedStop();
         const auto reason =
             isTooLarge(status) ? DeviceError::Reason::failed : reasonOf(status.error_code());
         throw DeviceError(reason, explain(reason, name, status, timeout));
@@ -307,6 +309,10 @@ std::chrono::milliseconds EndpointClient::timeout() const {
 
 void EndpointClient::uninterrupted(const std::function<void()>& calls) {
     connection_->uninterrupted(calls);
+}
+
+void EndpointClient::heedStop() const {
+    connection_->heedStop();
 }
 
 protocol::DeviceInfo EndpointClient::deviceInfo() {

@@ -39,6 +39,9 @@ public:
     /// as it was. They are still bounded by the timeout.
     void uninterrupted(const std::function<void()>& calls);
 
+    /// Throws Interrupted once `stop` was requested: for work that waits for no call.
+    void heedStop() const;
+
     // Topology.
     protocol::DeviceInfo deviceInfo();
     protocol::MicInfo micInfo(int microphone);

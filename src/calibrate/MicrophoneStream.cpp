@@ -20,7 +20,8 @@ constexpr double kMaxSampleRate = 1e6;
 int readMicrophoneRate(EndpointClient& client, int microphone) {
     const int count = plausibleCount(client.deviceInfo().num_mics(), "microphones");
     if (count == 0)
-        throw DeviceError(DeviceError::Reason::failed, "the device has no microphone");
+        throw DeviceError(DeviceError::Reason::failed,
+                          "the device has no microphone: give one of this machine with --mic");
     if (microphone < 0 || microphone >= count) {
         throw BadInput("microphone " + std::to_string(microphone) +
                        " does not exist: the device has " +
@@ -34,16 +35,19 @@ int readMicrophoneRate(EndpointClient& client, int microphone) {
     return static_cast<int>(std::lround(rate));
 }
 
-MicrophoneStream MicrophoneStream::open(EndpointClient& client, int microphone) {
-    return {client.startStreaming(), client.timeout(), microphone};
+std::unique_ptr<MicrophoneStream> MicrophoneStream::open(EndpointClient& client, int microphone) {
+    return std::unique_ptr<MicrophoneStream>(
+        new MicrophoneStream(client.startStreaming(), client.timeout(), microphone));
 }
 
-MicrophoneStream MicrophoneStream::openWithStimulus(EndpointClient& client,
-                                                    const Stimulus& stimulus, int microphone) {
+std::unique_ptr<MicrophoneStream> MicrophoneStream::openWithStimulus(EndpointClient& client,
+                                                                     const Stimulus& stimulus,
+                                                                     int microphone) {
     client.prepareStimuli(preparation(stimulus, true));
     auto call = std::make_unique<StimulusCall<protocol::AudioBuffers>>(
         client.startRecordingStimuli(startTime(stimulus)));
-    return {std::move(call), client.timeout(), microphone};
+    return std::unique_ptr<MicrophoneStream>(
+        new MicrophoneStream(std::move(call), client.timeout(), microphone));
 }
 
 MicrophoneStream::MicrophoneStream(std::unique_ptr<Stream> stream,

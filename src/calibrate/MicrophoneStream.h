@@ -1,6 +1,7 @@
 #pragma once
 
 #include "calibrate/EndpointClient.h"
+#include "calibrate/Microphone.h"
 #include "calibrate/Stimulus.h"
 
 #include <chrono>
@@ -16,27 +17,20 @@ namespace calibrate {
 /// that can be.
 int readMicrophoneRate(EndpointClient& client, int microphone);
 
-/// What a device's microphone hears. The recording ends with the object, and with it a stimulus
-/// that is played for it; then the destructor waits until the device is quiet. Must not outlive the
-/// client.
-class MicrophoneStream {
+/// What a device's microphone hears. Must not outlive the client.
+class MicrophoneStream final : public SampleStream {
 public:
     /// Streams until the object dies.
-    static MicrophoneStream open(EndpointClient& client, int microphone);
+    static std::unique_ptr<MicrophoneStream> open(EndpointClient& client, int microphone);
 
     /// Plays a stimulus, and streams until it has ended. Gains are the caller's concern
     /// (StimulusGains).
-    static MicrophoneStream openWithStimulus(EndpointClient& client, const Stimulus& stimulus,
-                                             int microphone);
+    static std::unique_ptr<MicrophoneStream> openWithStimulus(EndpointClient& client,
+                                                              const Stimulus& stimulus,
+                                                              int microphone);
 
-    /// The next samples, valid until the next call; none at the end. Samples that are no finite
-    /// numbers are 0.
-    /// Throws DeviceError when the device refuses or sends no samples for too long, Interrupted
-    /// once the client's stop was requested.
-    std::span<const float> read();
-
-    /// How many samples so far were no finite numbers.
-    std::uint64_t invalidSamples() const { return invalid_; }
+    std::span<const float> read() override;
+    std::uint64_t invalidSamples() const override { return invalid_; }
 
 private:
     using Stream = EndpointStream<protocol::AudioBuffers>;

@@ -2,7 +2,7 @@
 
 #include "calibrate/JsonOutput.h"
 #include "calibrate/LevelMeter.h"
-#include "calibrate/MicrophoneStream.h"
+#include "calibrate/Microphone.h"
 #include "calibrate/StimulusGains.h"
 #include "calibrate/Text.h"
 #include "calibrate/WaveFileWriter.h"
@@ -142,13 +142,7 @@ private:
     LevelMeter meter_;
 };
 
-MicrophoneStream openStream(EndpointClient& client, const std::optional<Stimulus>& stimulus,
-                            int microphone) {
-    return stimulus ? MicrophoneStream::openWithStimulus(client, *stimulus, microphone)
-                    : MicrophoneStream::open(client, microphone);
-}
-
-void receive(MicrophoneStream& stream, Recording& recording, const Console& console) {
+void receive(SampleStream& stream, Recording& recording, const Console& console) {
     auto bar = console.progressBar();
     while (!recording.isFull()) {
         const auto samples = stream.read();
@@ -177,25 +171,25 @@ template <class Failure>
 
 void record(EndpointClient& client, const RecordOptions& options, const Console& console) {
     WaveFileWriter::check(options.file, options.overwrite);
-    const int rate = readMicrophoneRate(client, options.microphone);
+    const auto microphone = openMicrophone(client, options.microphone);
     const auto stimulus =
         options.stimulus ? std::optional(readStimulus(client, *options.stimulus, options.playing))
                          : std::nullopt;
-    Recording recording(options, rate, stimulus);
+    Recording recording(options, microphone->sampleRate(), stimulus);
     StimulusGains gains(client, [&](const std::string& text) { console.warn(text); });
     if (stimulus)
         gains.set(stimulus->speakerIndices(), options.playing.gain);
-    auto stream = openStream(client, stimulus, options.microphone);
+    const auto stream = stimulus ? microphone->record(*stimulus) : microphone->listen();
     try {
-        receive(stream, recording, console);
+        receive(*stream, recording, console);
         recording.checkComplete();
     } catch (const DeviceError& error) {
-        endEarly(error, recording, stream.invalidSamples(), console);
+        endEarly(error, recording, stream->invalidSamples(), console);
     } catch (const Interrupted& interrupted) {
-        endEarly(interrupted, recording, stream.invalidSamples(), console);
+        endEarly(interrupted, recording, stream->invalidSamples(), console);
     }
     recording.close();
-    recording.report(stream.invalidSamples(), true, console);
+    recording.report(stream->invalidSamples(), true, console);
 }
 
 }  // namespace calibrate

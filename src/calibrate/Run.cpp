@@ -1,6 +1,7 @@
 #include "calibrate/Run.h"
 
 #include "calibrate/Errors.h"
+#include "calibrate/MicrophoneArguments.h"
 #include "calibrate/Text.h"
 #include "calibrate/TextTable.h"
 #include "calibrate/report/Figures.h"
@@ -27,6 +28,7 @@ constexpr const char* kFooter =
     "  vesk-calibrate --device 192.168.1.20 run --positions 3 -o living-room\n"
     "  vesk-calibrate run --target house --microphone 7047870.txt --name Evening\n"
     "  vesk-calibrate run --slot 2 --force --json\n"
+    "  vesk-calibrate run --mic hw:CARD=UMIK1  (a microphone of this machine)\n"
     "\nEach speaker plays a sweep of some seconds. Ctrl-C at any moment leaves the device as it "
     "was.";
 
@@ -213,8 +215,7 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
     command.add_option("--name", options.name, "Name in the menu; default: the time")
         ->type_name("TEXT");
     command.add_option("--description", options.description, "Free text")->type_name("TEXT");
-    command.add_option("--mic", options.microphone, "The device's microphone, from 0; default: 0")
-        ->type_name("N");
+    addMicrophoneOptions(command, options.microphone);
     command
         .add_option("--microphone", options.calibrationFile, "Calibration file of the microphone")
         ->type_name("FILE");

@@ -3,6 +3,7 @@
 #include "calibrate/Console.h"
 #include "calibrate/CorrectionArguments.h"
 #include "calibrate/EndpointClient.h"
+#include "calibrate/Microphone.h"
 
 #include <CLI/App.hpp>
 
@@ -21,7 +22,7 @@ struct RunOptions {
     bool force{false};                            ///< a slot's filter may be replaced
     std::optional<std::string> name;              ///< of the filter; none: made from the time
     std::string description;                      ///< of the filter; empty: made from the options
-    int microphone{0};                            ///< of the device
+    MicrophoneChoice microphone;
     std::optional<std::filesystem::path> calibrationFile;  ///< of that microphone
     std::optional<double> gain;                            ///< dB, of the stimuli; none: found
     CorrectionArguments correction;

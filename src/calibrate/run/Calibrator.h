@@ -58,6 +58,7 @@ private:
     const RunOptions& options_;
     Narrator& narrator_;
     const NotificationStream presence_;
+    const std::unique_ptr<Microphone> microphone_;
     const DeviceProfile profile_;
     const int slot_;
     DeviceState state_;

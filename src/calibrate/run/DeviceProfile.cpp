@@ -1,7 +1,6 @@
 #include "calibrate/run/DeviceProfile.h"
 
 #include "calibrate/FilterCapacity.h"
-#include "calibrate/MicrophoneStream.h"
 #include "calibrate/Text.h"
 
 #include <algorithm>
@@ -164,13 +163,12 @@ std::vector<design::FilterCapacity> DeviceProfile::capacities() const {
     return result;
 }
 
-DeviceProfile readProfile(EndpointClient& client, int microphone) {
+DeviceProfile readProfile(EndpointClient& client, const Microphone& microphone) {
     DeviceProfile profile;
     profile.device = client.deviceInfo();
     profile.speakers = readAllSpeakers(client, profile.device);
-    profile.microphone = microphone;
-    profile.microphoneRate = readMicrophoneRate(client, microphone);
-    profile.microphoneName = printable(client.micInfo(microphone).name());
+    profile.microphoneRate = microphone.sampleRate();
+    profile.microphoneName = microphone.name();
     chooseSweep(client, profile);
     profile.stimulusGain = client.stimuliGainInfo();
     checkGainRange(profile.stimulusGain);

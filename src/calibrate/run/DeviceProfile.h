@@ -2,6 +2,7 @@
 
 #include "calibrate/DeviceQuery.h"
 #include "calibrate/EndpointClient.h"
+#include "calibrate/Microphone.h"
 #include "calibrate/design/SystemDesign.h"
 #include "calibrate/measurement/LogSweep.h"
 #include "calibrate/measurement/RecordingCheck.h"
@@ -24,7 +25,6 @@ struct DeviceProfile {
 
     protocol::DeviceInfo device;
     std::vector<Speaker> speakers;  ///< not empty
-    int microphone{0};
     std::string microphoneName;
     int microphoneRate{0};        ///< Hz
     measurement::LogSweep sweep;  ///< the one with the widest range
@@ -42,9 +42,8 @@ struct DeviceProfile {
     std::vector<design::FilterCapacity> capacities() const;
 };
 
-/// Asks the device. Throws DeviceError that says what it lacks for a calibration, and BadInput when
-/// it does not have the microphone.
-DeviceProfile readProfile(EndpointClient& client, int microphone);
+/// Asks the device. Throws DeviceError that says what it lacks for a calibration.
+DeviceProfile readProfile(EndpointClient& client, const Microphone& microphone);
 
 /// The slot to fill: `wanted`, or the first that is empty. Throws BadInput when there is none.
 int chooseSlot(const DeviceProfile& profile, std::optional<int> wanted);

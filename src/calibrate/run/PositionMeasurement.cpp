@@ -148,7 +148,9 @@ std::vector<SweepResult> PositionMeasurement::measureAgain(const std::string& st
         switched = true;
         switchOn();
     });
-    auto results = evaluate(recording, silence_, order);
+    auto results = evaluate(recording, silence_, order, recorder_.drifts());
+    if (recorder_.drifts())
+        order.push_back(order.front());
     results.erase(results.begin());
     return results;
 }
@@ -167,7 +169,7 @@ std::vector<SweepResult> PositionMeasurement::measureFile(const std::string& ste
         else
             playing.emplace(command, file);
     });
-    return evaluate(recording, silence_, speakers);
+    return evaluate(recording, silence_, speakers, false);
 }
 
 /// Plays, and changes the gain, until the level is right or cannot be.
@@ -215,25 +217,28 @@ void PositionMeasurement::setGain(double gain) {
 
 PositionMeasurement::Pass PositionMeasurement::play(const std::string& step,
                                                     const std::vector<double>& silence) {
-    const auto speakers = allSpeakers(profile_);
+    auto speakers = allSpeakers(profile_);
+    if (recorder_.drifts())
+        speakers.push_back(speakers.front());
     const auto recording = recorder_.play(speakers, step);
     Pass pass;
     pass.peak = peakLevel(recording);
     pass.clipped = pass.peak > kOverdriven || measurement::clippedSamples(recording) > 0;
     narrator_.progress(1, step + ", calculating");
-    pass.results = evaluate(recording, silence, speakers);
+    pass.results = evaluate(recording, silence, speakers, recorder_.drifts());
     narrator_.end();
     return pass;
 }
 
 std::vector<SweepResult> PositionMeasurement::evaluate(const std::vector<double>& recording,
                                                        const std::vector<double>& silence,
-                                                       const std::vector<std::size_t>& speakers) {
-    auto separated =
-        separateSweeps(recording, profile_.microphoneRate, profile_.sweep, speakers.size());
+                                                       const std::vector<std::size_t>& speakers,
+                                                       bool closing) {
+    auto separated = separateSweeps(recording, profile_.microphoneRate, profile_.sweep,
+                                    speakers.size(), closing);
     arrival_ = separated.arrival;
     std::vector<SweepResult> results;
-    for (std::size_t i = 0; i < speakers.size(); ++i) {
+    for (std::size_t i = 0; i < speakers.size() - (closing ? 1 : 0); ++i) {
         results.push_back(
             evaluateOne(std::move(separated.parts[i]), silence, profile_.speakers[speakers[i]]));
     }

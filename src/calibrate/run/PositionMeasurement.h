@@ -51,7 +51,8 @@ private:
     double presentGain() const;
     std::vector<report::SweepResult> evaluate(const std::vector<double>& recording,
                                               const std::vector<double>& silence,
-                                              const std::vector<std::size_t>& speakers);
+                                              const std::vector<std::size_t>& speakers,
+                                              bool closing);
     report::SweepResult evaluateOne(SeparatedSweep part, const std::vector<double>& silence,
                                     const DeviceProfile::Speaker& speaker) const;
     void checkNoise(const std::vector<double>& silence);

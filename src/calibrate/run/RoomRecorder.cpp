@@ -1,6 +1,5 @@
 #include "calibrate/run/RoomRecorder.h"
 
-#include "calibrate/MicrophoneStream.h"
 #include "calibrate/Play.h"
 #include "calibrate/Text.h"
 
@@ -23,10 +22,10 @@ std::vector<double> RoomRecorder::listen(double seconds, const std::string& step
                                          const std::function<void(double)>& meanwhile) {
     const auto wanted = static_cast<std::size_t>(seconds * profile_.microphoneRate);
     narrator_.begin(step);
-    auto stream = MicrophoneStream::open(client_, profile_.microphone);
+    auto stream = microphone_.listen();
     std::vector<double> recording;
     while (recording.size() < wanted) {
-        const auto samples = stream.read();
+        const auto samples = stream->read();
         if (samples.empty()) {
             throw DeviceError(DeviceError::Reason::failed,
                               "the device ended the stream of its microphone: check that the "
@@ -56,9 +55,9 @@ std::vector<double> RoomRecorder::play(const std::vector<std::size_t>& speakers,
     const double rate = profile_.microphoneRate;
 
     narrator_.begin(step);
-    auto stream = MicrophoneStream::openWithStimulus(client_, stimulus, profile_.microphone);
+    auto stream = microphone_.record(stimulus);
     std::vector<double> recording;
-    for (auto samples = stream.read(); !samples.empty(); samples = stream.read()) {
+    for (auto samples = stream->read(); !samples.empty(); samples = stream->read()) {
         append(recording, samples);
         const double recorded = static_cast<double>(recording.size()) / rate;
         if (recorded > played + kLongestTail)
@@ -71,7 +70,7 @@ std::vector<double> RoomRecorder::play(const std::vector<std::size_t>& speakers,
         if (meanwhile)
             meanwhile(recorded);
     }
-    warnOfInvalid(stream.invalidSamples());
+    warnOfInvalid(stream->invalidSamples());
     checkComplete(static_cast<double>(recording.size()) / rate, played);
     return recording;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "calibrate/EndpointClient.h"
+#include "calibrate/Microphone.h"
 #include "calibrate/run/DeviceProfile.h"
 #include "calibrate/run/Narrator.h"
 
@@ -9,12 +9,15 @@
 
 namespace calibrate::run {
 
-/// Has a device play sweeps and record them with its microphone. Must not outlive what it is made
-/// from. Gains are the caller's concern.
+/// Has a device play sweeps, and records them. Must not outlive what it is made from. Gains are the
+/// caller's concern.
 class RoomRecorder {
 public:
-    RoomRecorder(EndpointClient& client, const DeviceProfile& profile, Narrator& narrator)
-        : client_(client), profile_(profile), narrator_(narrator) {}
+    RoomRecorder(Microphone& microphone, const DeviceProfile& profile, Narrator& narrator)
+        : microphone_(microphone), profile_(profile), narrator_(narrator) {}
+
+    /// Whether what it records drifts away from what the device plays.
+    bool drifts() const { return microphone_.hasOwnClock(); }
 
     /// What the microphone hears without any stimulus, for `seconds`.
     /// `meanwhile` is called again and again with the s that are recorded.
@@ -31,7 +34,7 @@ private:
     void warnOfInvalid(std::uint64_t samples);
     void checkComplete(double recorded, double played) const;
 
-    EndpointClient& client_;
+    Microphone& microphone_;
     const DeviceProfile& profile_;
     Narrator& narrator_;
 };

@@ -1,6 +1,7 @@
 #include "calibrate/run/SweepSeparation.h"
 
 #include "calibrate/measurement/ClockDrift.h"
+#include "calibrate/measurement/Fft.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,9 +13,28 @@ using measurement::Deconvolution;
 using measurement::DeconvolutionWindow;
 using measurement::LogSweep;
 
-constexpr double kClear = 45;      // dB that a response stands out, so that its drift can be told
-constexpr double kWorthwhile = 5;  // parts per million of drift; less is uncertain itself
-constexpr double kLead = 0.1;      // s of a part before its sweep arrives
+constexpr double kClear = 45;        // dB that a response stands out, so that its drift can be told
+constexpr double kWorthwhile = 5;    // parts per million of drift; less is uncertain itself
+constexpr double kLead = 0.1;        // s of a part before its sweep arrives
+constexpr double kMostLeft = 50e-6;  // drift that the sweeps themselves may have left
+constexpr std::size_t kOversampling = 8;
+
+/// s by which `later` is `earlier` once more, at the largest value of their correlation. Both have
+/// one sample rate and one length.
+double delayBetween(const measurement::ImpulseResponse& earlier,
+                    const measurement::ImpulseResponse& later) {
+    const std::size_t size = measurement::fftSize(2 * earlier.samples.size());
+    const auto first = measurement::forwardFft(earlier.samples, size);
+    const auto second = measurement::forwardFft(later.samples, size);
+    measurement::Spectrum product(size * kOversampling / 2 + 1);
+    for (std::size_t bin = 0; bin + 1 < first.size(); ++bin)
+        product[bin] = std::conj(first[bin]) * second[bin];
+    const auto correlation = measurement::inverseFft(product, size * kOversampling);
+    const auto largest = std::ranges::max_element(correlation) - correlation.begin();
+    const auto length = static_cast<std::ptrdiff_t>(correlation.size());
+    const auto lag = static_cast<double>(largest > length / 2 ? largest - length : largest);
+    return later.start - earlier.start + lag / (earlier.sampleRate * kOversampling);
+}
 
 class Separator {
 public:
@@ -26,7 +46,7 @@ public:
         lead_ = std::min(kLead, static_cast<double>(sweep.silence) / sweep.sampleRate / 2);
     }
 
-    SeparatedSweeps separate() {
+    SeparatedSweeps separate(bool closing) {
         SeparatedSweeps result;
         // The loudest response of all: they follow each other period by period.
         const auto loudest = measurement::deconvolve(recording_, rate_, sweep_);
@@ -35,6 +55,8 @@ public:
         correctDrift(loudest, result);
         for (std::size_t i = 0; i < count_; ++i)
             result.parts.push_back(part(i, result.arrival));
+        if (closing && count_ > 1)
+            straighten(result);
         return result;
     }
 
@@ -65,6 +87,24 @@ private:
         recording_ = corrected_;
     }
 
+    /// Takes out of the origins what drift is left between the first part and the last.
+    void straighten(SeparatedSweeps& result) const {
+        const auto& first = result.parts.front();
+        const auto& last = result.parts.back();
+        if (std::min(first.deconvolution.peakToNoise, last.deconvolution.peakToNoise) < kClear)
+            return;
+        const double steps = static_cast<double>(count_ - 1);
+        const double perStep =
+            (delayBetween(first.deconvolution.response, last.deconvolution.response) + last.origin -
+             first.origin) /
+            steps;
+        if (std::abs(perStep) > kMostLeft * period_)
+            return;
+        for (std::size_t i = 0; i < count_; ++i)
+            result.parts[i].origin -= perStep * static_cast<double>(i);
+        result.driftPpm += 1e6 * perStep / period_;
+    }
+
     SeparatedSweep part(std::size_t number, double arrival) const {
         const double from = arrival - lead_ + static_cast<double>(number) * period_;
         const auto samples = cut(from, period_);
@@ -86,8 +126,8 @@ private:
 }  // namespace
 
 SeparatedSweeps separateSweeps(std::span<const double> recording, double sampleRate,
-                               const LogSweep& sweep, std::size_t count) {
-    return Separator(recording, sampleRate, sweep, count).separate();
+                               const LogSweep& sweep, std::size_t count, bool closing) {
+    return Separator(recording, sampleRate, sweep, count).separate(closing);
 }
 
 }  // namespace calibrate::run

@@ -25,8 +25,13 @@ struct SeparatedSweeps {
 /// each sweep's own silence. Where they begin is found from the loudest of them, because a
 /// loudspeaker may be dead; the first one begins before a sweep's whole period is over. The common
 /// origin is the recording's start, taken back by a period for each further part.
-/// `sampleRate` in Hz; the recording is at least as long as the sweeps.
+///
+/// With `closing` the last sweep is the first loudspeaker's once more. Sweeps alone tell the
+/// clock's drift to a few parts per million, which adds up over a row of them; the time between two
+/// of the same loudspeaker tells it exactly. `sampleRate` in Hz; the recording is at least as long
+/// as the sweeps.
 SeparatedSweeps separateSweeps(std::span<const double> recording, double sampleRate,
-                               const measurement::LogSweep& sweep, std::size_t count);
+                               const measurement::LogSweep& sweep, std::size_t count,
+                               bool closing = false);
 
 }  // namespace calibrate::run

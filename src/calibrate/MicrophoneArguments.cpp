@@ -1,0 +1,19 @@
+#include "calibrate/MicrophoneArguments.h"
+
+#include <CLI/CLI.hpp>
+
+namespace calibrate {
+
+void addMicrophoneOptions(CLI::App& command, MicrophoneChoice& choice) {
+    command
+        .add_option("--mic", choice.name,
+                    "The device's microphone, from 0, or an ALSA name of this machine; default: 0")
+        ->type_name("N|DEVICE");
+    command
+        .add_option("--mic-channel", choice.channel,
+                    "Channel of this machine's, from 0; default: 0")
+        ->type_name("N")
+        ->check(CLI::Range(0, 255));
+}
+
+}  // namespace calibrate
