@@ -20,10 +20,10 @@ struct Sound {
 // Both functions throw ToolError.
 
 /// Any sound file that libsndfile knows. Samples that are no numbers are refused.
-Sound readSound(const std::filesystem::path& file);
+Sound readSound(const std::filesystem::path& path);
 
 /// A WAV file of 32-bit floats, or of 64-bit ones for wide samples: never clipped, and exact for
 /// what was only passed on. A file that exists is replaced once the new one is complete.
-void writeWav(const std::filesystem::path& file, const Sound& sound);
+void writeWav(const std::filesystem::path& path, const Sound& sound);
 
 }  // namespace dsp

@@ -12,9 +12,9 @@ struct WavFile {
 };
 
 /// Reads any file that libsndfile knows; throws RoomError.
-WavFile readWavFile(const std::filesystem::path& file);
+WavFile readWavFile(const std::filesystem::path& path);
 
 /// Writes 32-bit floats; throws RoomError. The channels are equally long.
-void writeWavFile(const std::filesystem::path& file, const WavFile& content);
+void writeWavFile(const std::filesystem::path& path, const WavFile& content);
 
 }  // namespace roomsim
