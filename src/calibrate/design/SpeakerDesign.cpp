@@ -185,15 +185,16 @@ ParallelFilter FilterMaker::fitWithinBoost(CorrectionCurve curve, double maxBoos
 ParallelFilter FilterMaker::make(const CorrectionCurve& curve, const Limits& limits) const {
     checkLimits(limits);
     const double maxBoost = std::max(limits.maxBoost, curve.boost());
+    CorrectionCurve candidate = curve;
     // A fit may have more delay than its curve: the curve then gets less.
     double allowed = limits.maxGroupDelay;
-    for (int attempt = 0; attempt < kTries; ++attempt, allowed *= 0.7) {
-        auto filter =
-            fitWithinBoost(withinGroupDelay(curve, capacity_.sampleRate, allowed), maxBoost);
+    for (int attempt = 0; attempt <= kTries; ++attempt, allowed *= 0.7) {
+        auto filter = fitWithinBoost(candidate, maxBoost);
         if (!filter.isStable())
             throw std::logic_error("a correction filter came out unstable");
         if (largestGroupDelay(filter, curve.lowest, curve.highest) <= limits.maxGroupDelay)
             return filter;
+        candidate = withinGroupDelay(curve, capacity_.sampleRate, allowed);
     }
     return withoutCorrection();
 }
