@@ -36,7 +36,14 @@ constexpr const char* kUploadFooter =
     "is\n"
     "sent as it is; for the device's other rates it is resampled. With --speaker, the speakers "
     "that\n"
-    "are not named stay uncorrected.";
+    "are not named stay uncorrected.\n"
+    "\nA design.json of 'vesk-calibrate design' goes as a whole: with parallel sections, alignment "
+    "and\n"
+    "bass management.\n"
+    "\nFor example:\n"
+    "  vesk-calibrate upload --slot 0 --name Evening --activate room.wav\n"
+    "  vesk-calibrate upload --slot 1 --rate 48000 left.f32 right.f32\n"
+    "  vesk-calibrate upload --slot 2 filters/design.json";
 
 // A check answers what is wrong with an argument, or nothing.
 
@@ -156,7 +163,7 @@ private:
                     [this](auto& client, const auto& console) { runUpload(client, console); });
         command->add_option("--slot", upload_.slot, "Slot to fill, from 0")->required();
         addTextOption(command, "--name", upload_.name, "Name in the menu; default: the file's");
-        addTextOption(command, "--type", uploadType_, "Name of the filter type; default: FIR");
+        addTextOption(command, "--type", upload_.type, "Name of the filter type; default: FIR");
         addTextOption(command, "--description", uploadDescription_, "Free text");
         auto* files = command->add_option("FILES", upload_.files,
                                           "A channel for each speaker, in the device's order");
@@ -187,7 +194,6 @@ private:
                 "upload needs FILES or --speaker; 'vesk-calibrate upload --help' tells "
                 "more");
         }
-        upload_.type = uploadType_.value_or("FIR");
         upload_.description = uploadDescription_.value_or("");
         upload(client, upload_, console);
     }
@@ -388,7 +394,6 @@ private:
     bool quiet_{false};
     RunOptions run_;
     UploadOptions upload_;
-    std::optional<std::string> uploadType_;
     std::optional<std::string> uploadDescription_;
     std::vector<std::string> speakerTexts_;
     std::string activateSlot_;

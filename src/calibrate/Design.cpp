@@ -4,6 +4,7 @@
 #include "calibrate/Text.h"
 #include "calibrate/TextTable.h"
 #include "calibrate/design/DesignFiles.h"
+#include "calibrate/design/DesignJson.h"
 #include "calibrate/measurement/MicrophoneCalibration.h"
 #include "calibrate/measurement/SoundFile.h"
 
@@ -118,7 +119,9 @@ void print(const design::SystemDesign& design, const DesignOptions& options,
             console.out() << ' ' << fixed(deviation, 2) << " dB";
         console.out() << '\n';
     }
-    console.out() << "Filters: " << printable(options.folder.string()) << '\n';
+    const std::string file = printable((options.folder / design::kDesignFile).string());
+    console.out() << "Filters: " << file << "; 'vesk-calibrate upload --slot N " << file
+                  << "' stores them in a device.\n";
 }
 
 }  // namespace

@@ -95,13 +95,12 @@ void transfer(EndpointClient& client, const protocol::SlotInfo& slot,
     }
 }
 
-void transfer(EndpointClient& client, const protocol::SlotInfo& slot, const FilterDesign& design,
-              const std::vector<std::string>& speakerNames, ProgressBar& progress) {
+std::vector<TransferStep> transferSteps(const FilterDesign& design,
+                                        const std::vector<std::string>& speakerNames) {
     std::vector<TransferStep> steps;
     for (std::size_t speaker = 0; speaker < speakerNames.size(); ++speaker)
         addSpeaker(steps, design, speaker, speakerNames[speaker]);
-    transfer(client, slot, steps,
-             [&](double fraction, const std::string& step) { progress.update(fraction, step); });
+    return steps;
 }
 
 std::int64_t creationTime(const protocol::SlotInfo& present) {

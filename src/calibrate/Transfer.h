@@ -2,7 +2,6 @@
 
 #include "calibrate/EndpointClient.h"
 #include "calibrate/FilterDesign.h"
-#include "calibrate/ProgressBar.h"
 
 #include <functional>
 #include <string>
@@ -33,9 +32,9 @@ void transfer(EndpointClient& client, const protocol::SlotInfo& slot,
               const std::vector<TransferStep>& steps, const TransferProgress& progress,
               bool storesToTheEnd = false);
 
-/// The same for filters of taps alone.
-void transfer(EndpointClient& client, const protocol::SlotInfo& slot, const FilterDesign& design,
-              const std::vector<std::string>& speakerNames, ProgressBar& progress);
+/// What sends filters of taps alone. The design must outlive the steps.
+std::vector<TransferStep> transferSteps(const FilterDesign& design,
+                                        const std::vector<std::string>& speakerNames);
 
 /// The present time in ms since the Unix epoch; another than that of the slot's present filter,
 /// because a device tells designs apart by it.

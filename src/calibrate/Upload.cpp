@@ -1,12 +1,15 @@
 #include "calibrate/Upload.h"
 
 #include "calibrate/Activate.h"
+#include "calibrate/DesignFit.h"
 #include "calibrate/DeviceQuery.h"
 #include "calibrate/FilterCapacity.h"
 #include "calibrate/FilterDesign.h"
 #include "calibrate/JsonOutput.h"
 #include "calibrate/Text.h"
 #include "calibrate/Transfer.h"
+#include "calibrate/design/DesignJson.h"
+#include "calibrate/run/DesignTransfer.h"
 
 #include <algorithm>
 #include <cmath>
@@ -79,11 +82,12 @@ std::vector<Variant> readVariants(EndpointClient& client, std::size_t speakers) 
 
 // ---- Slot ---------------------------------------------------------------------------------------
 
-protocol::SlotInfo describe(const UploadOptions& options, const protocol::SlotInfo& present) {
+protocol::SlotInfo describe(const UploadOptions& options, const std::string& type,
+                            const protocol::SlotInfo& present) {
     protocol::SlotInfo slot;
     slot.set_slot(options.slot);
     slot.set_name(options.name.value_or(printable(pathsOf(options).front().stem().string())));
-    slot.set_filter_type_name(options.type);
+    slot.set_filter_type_name(options.type.value_or(type));
     slot.set_description(options.description);
     slot.set_creation_time(creationTime(present));
     return slot;
@@ -134,16 +138,14 @@ std::string conversionText(const VariantDesign& design) {
     return text;
 }
 
-void describeDesign(const FilterDesign& design, const protocol::DeviceInfo& device,
-                    const Console& console) {
-    console.note(printable(device.device_name()) + ", " +
-                 counted(device.num_speakers(), "speaker") + ":");
-    for (const auto& variant : design.variants) {
-        console.note("  " + hertz(variant.variant.sampleRate) + ": " +
-                     counted(longest(variant), "tap") + ", " + conversionText(variant));
-    }
-    for (const auto& warning : design.warnings)
-        console.warn(warning);
+std::string variantText(const VariantDesign& variant) {
+    return "  " + hertz(variant.variant.sampleRate) + ": " + counted(longest(variant), "tap") +
+           ", " + conversionText(variant);
+}
+
+std::string variantText(const design::ParallelFilter& filter) {
+    return "  " + hertz(filter.sampleRate) + ": " + counted(filter.taps.size(), "tap") + " and " +
+           counted(filter.sections.size(), "section") + ", as in the file";
 }
 
 void noteReplacement(int slot, const protocol::SlotInfo& present, const Console& console) {
@@ -153,42 +155,165 @@ void noteReplacement(int slot, const protocol::SlotInfo& present, const Console&
     }
 }
 
-void reportStored(const protocol::SlotInfo& slot, bool active, const FilterDesign& design,
-                  const Names& names, const Console& console) {
-    const std::string number = std::to_string(slot.slot());
-    console.report("Stored in slot " + number + " \"" + printable(slot.name()) + "\"" +
-                       (active ? ", which is active."
-                               : "; 'vesk-calibrate activate " + number + "' puts it to use."),
-                   {{"slot", slot.slot()},
-                    {"name", slot.name()},
-                    {"creation_time", slot.creation_time()},
-                    {"active", active},
-                    {"variants", toJson(design, names)}});
+/// The same keys as for files.
+Json variantsJson(const design::DeviceDesign& design,
+                  const std::vector<protocol::FIIRInfo>& variants, const Names& names) {
+    Json list = Json::array();
+    for (std::size_t i = 0; i < variants.size(); ++i) {
+        Json speakers = Json::array();
+        for (std::size_t k = 0; k < names.size(); ++k) {
+            const auto& filter = design.speakers[k].filters[i];
+            speakers.push_back({{"speaker", names[k]},
+                                {"taps", filter.taps.size()},
+                                {"sections", filter.sections.size()}});
+        }
+        list.push_back({{"variant", variants[i].variant()},
+                        {"sample_rate_hz", variants[i].sample_rate()},
+                        {"speakers", speakers},
+                        {"resampled", nullptr}});
+    }
+    return list;
 }
 
-}  // namespace
+// ---- The two kinds of content -------------------------------------------------------------------
 
-void upload(EndpointClient& client, const UploadOptions& options, const Console& console) {
+/// Puts steps into the slot, whatever they send.
+class Upload {
+public:
+    Upload(EndpointClient& client, const UploadOptions& options, const Console& console)
+        : client_(client), options_(options), console_(console) {}
+
+    /// Asks the device who it is, and whether it has the slot.
+    void begin() {
+        device_ = client_.deviceInfo();
+        checkSlot(options_.slot, device_);
+    }
+
+    const protocol::DeviceInfo& device() const { return device_; }
+
+    void describeDevice() const {
+        console_.note(printable(device_.device_name()) + ", " +
+                      counted(device_.num_speakers(), "speaker") + ":");
+    }
+
+    /// `type` names the filters unless the user does; `variants` tells programs what is in them.
+    void store(const std::vector<TransferStep>& steps, const std::string& type,
+               const Json& variants) {
+        const auto present = client_.slotInfo(options_.slot);
+        noteReplacement(options_.slot, present, console_);
+        const auto slot = describe(options_, type, present);
+        {
+            auto progress = console_.progressBar();
+            transfer(client_, slot, steps, [&](double fraction, const std::string& step) {
+                progress.update(fraction, step);
+            });
+        }
+        checkStored(client_, slot);
+        const bool active =
+            afterStoring(options_.slot, [&] { return isActive(client_, options_); });
+        report(slot, active, variants);
+    }
+
+private:
+    void report(const protocol::SlotInfo& slot, bool active, const Json& variants) const {
+        const std::string number = std::to_string(slot.slot());
+        console_.report("Stored in slot " + number + " \"" + printable(slot.name()) + "\"" +
+                            (active ? ", which is active."
+                                    : "; 'vesk-calibrate activate " + number + "' puts it to use."),
+                        {{"slot", slot.slot()},
+                         {"name", slot.name()},
+                         {"creation_time", slot.creation_time()},
+                         {"active", active},
+                         {"variants", variants}});
+    }
+
+    EndpointClient& client_;
+    const UploadOptions& options_;
+    const Console& console_;
+    protocol::DeviceInfo device_;
+};
+
+void uploadFiles(EndpointClient& client, const UploadOptions& options, const Console& console) {
     auto files = readFiles(options);
-    const auto device = client.deviceInfo();
-    checkSlot(options.slot, device);
-    const Names names = readSpeakerNames(client, device);
+    Upload upload(client, options, console);
+    upload.begin();
+    const Names names = readSpeakerNames(client, upload.device());
     const auto variants = readVariants(client, names.size());
     for (const auto& file : files)
         checkCapacity(file, variants);
     const auto speakers = mapFiles(options, std::move(files), names);
     const FilterDesign design = designFilters(speakers, names, variants);
-    describeDesign(design, device, console);
-    const auto present = client.slotInfo(options.slot);
-    noteReplacement(options.slot, present, console);
-    const auto slot = describe(options, present);
-    {
-        auto progress = console.progressBar();
-        transfer(client, slot, design, names, progress);
+    upload.describeDevice();
+    for (const auto& variant : design.variants)
+        console.note(variantText(variant));
+    for (const auto& warning : design.warnings)
+        console.warn(warning);
+    upload.store(transferSteps(design, names), "FIR", toJson(design, names));
+}
+
+void scale(design::DeviceDesign& design, const std::vector<double>& gains,
+           const std::string& file) {
+    if (gains.size() > 1)
+        throw BadInput(file + ": a design is one file, which takes one --gain");
+    for (auto& speaker : design.speakers) {
+        for (auto& filter : speaker.filters) {
+            if (!gains.empty())
+                filter.scale(std::pow(10, gains.front() / 20));
+            if (!filter.isStable())
+                throw BadInput(file + ": --gain makes its coefficients too large");
+        }
     }
-    checkStored(client, slot);
-    const bool active = afterStoring(options.slot, [&] { return isActive(client, options); });
-    reportStored(slot, active, design, names, console);
+}
+
+/// An alignment that the device does not use is a design that sounds wrong.
+void checkAlignmentIsOn(EndpointClient& client, const Console& console) {
+    const auto mode = ifOffered([&] { return client.operationMode(); });
+    if (mode && !(mode->gain() && mode->delay())) {
+        console.warn(
+            "the device's gain and delay are off, so that the design's alignment has no effect: "
+            "'vesk-calibrate mode --gain-delay on' switches them on");
+    }
+}
+
+void uploadDesign(EndpointClient& client, const UploadOptions& options, const Console& console) {
+    const auto path = pathsOf(options).front();
+    const std::string file = printable(path.string());
+    if (pathsOf(options).size() > 1 || !options.speakers.empty())
+        throw BadInput(file + ": a design holds the filters of all speakers; give it alone");
+    auto design = design::readDesign(path);
+    scale(design, options.gains, file);
+    Upload upload(client, options, console);
+    upload.begin();
+    const auto capacity = readDesignCapacity(client, upload.device());
+    std::vector<std::string> warnings;
+    design = fitted(std::move(design), file, capacity, warnings);
+    upload.describeDevice();
+    for (const auto& filter : design.speakers.front().filters)
+        console.note(variantText(filter));
+    for (const auto& warning : warnings)
+        console.warn(warning);
+    std::vector<protocol::FIIRInfo> variants;
+    for (const auto& variant : capacity.variants)
+        variants.push_back(variant.filter);
+    Names names;
+    for (const auto& speaker : capacity.speakers)
+        names.push_back(speaker.name());
+    upload.store(run::transferSteps(design, variants), "FIR with parallel sections",
+                 variantsJson(design, variants, names));
+    checkAlignmentIsOn(client, console);
+}
+
+bool isDesign(const std::filesystem::path& path) {
+    return path.extension() == ".json";
+}
+
+}  // namespace
+
+void upload(EndpointClient& client, const UploadOptions& options, const Console& console) {
+    if (std::ranges::any_of(pathsOf(options), isDesign))
+        uploadDesign(client, options, console);
+    else
+        uploadFiles(client, options, console);
 }
 
 }  // namespace calibrate

@@ -15,7 +15,7 @@ namespace calibrate {
 struct UploadOptions {
     int slot{0};
     std::optional<std::string> name;  ///< none: the first file's name
-    std::string type;
+    std::optional<std::string> type;  ///< none: by the content
     std::string description;
     std::vector<std::filesystem::path> files;  ///< laid onto the speakers in order; or else:
     std::vector<SpeakerArgument> speakers;     ///< each for the speaker that it names
@@ -24,7 +24,8 @@ struct UploadOptions {
     bool activate{false};
 };
 
-/// Stores the filters of files in a slot. Everything is checked before anything is sent.
+/// Stores the filters of files, or the design in one, in a slot. Everything is checked before
+/// anything is sent.
 void upload(EndpointClient& client, const UploadOptions& options, const Console& console);
 
 }  // namespace calibrate

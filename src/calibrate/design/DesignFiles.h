@@ -2,22 +2,28 @@
 
 #include "calibrate/design/SystemDesign.h"
 
-#include <nlohmann/json_fwd.hpp>
-
 #include <filesystem>
+#include <string>
+#include <vector>
 
 namespace calibrate::design {
 
-/// A design as JSON; docs/filter-design.md describes the keys, which carry their units.
-nlohmann::ordered_json toJson(const SystemDesign& design);
+inline constexpr const char* kDesignFile = "design.json";
 
 /// Writes a design into a folder, which is made when it is missing:
-///  - design.json: everything, with the coefficients;
+///  - design.json: everything, with the coefficients, see DesignJson.h;
 ///  - SPEAKER-RATE.wav: the whole filter's impulse response, for any convolver;
 ///  - SPEAKER-RATE-fir.wav: the taps alone, which are no filter without the sections;
-///  - SPEAKER-before.txt, -after.txt, -target.txt, -filter.txt: frequency, dB and, for the filter,
-///    phase in degrees, as programs for room measurement import them.
-/// Throws std::runtime_error that names the file, as when the disk is full.
+///  - SPEAKER-RATE-response.txt: frequency, dB and phase in degrees.
+/// `names` are the speakers' parts of these names, all different. Throws WriteError.
+void writeFilters(const std::filesystem::path& folder, const SystemDesign& design,
+                  const std::vector<std::string>& names);
+
+/// With what the names of a filter's files begin: "SPEAKER-RATE".
+std::string filterStem(const std::string& speaker, double sampleRate);
+
+/// The same, and SPEAKER-before.txt, -after.txt, -target.txt: frequency and dB, as programs for
+/// room measurement import them. The speakers' names make different file names.
 void writeDesign(const std::filesystem::path& folder, const SystemDesign& design,
                  const measurement::FrequencyCurve& target);
 

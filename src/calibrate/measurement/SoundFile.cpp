@@ -2,6 +2,7 @@
 
 #include "calibrate/Errors.h"
 #include "calibrate/Text.h"
+#include "calibrate/TextFile.h"
 
 #include <sndfile.h>
 
@@ -46,6 +47,17 @@ std::vector<double> readSamples(const std::filesystem::path& path, SNDFILE* file
     return samples;
 }
 
+/// What the system said, without what libsndfile puts around it.
+std::string reasonOf(SNDFILE* file) {
+    std::string text = printable(sf_strerror(file));
+    const std::string_view prefix = "System error : ";
+    if (text.starts_with(prefix))
+        text.erase(0, prefix.size());
+    if (text.ends_with('.'))
+        text.pop_back();
+    return text;
+}
+
 }  // namespace
 
 SoundFile readSoundFile(const std::filesystem::path& path) {
@@ -78,13 +90,14 @@ void writeSoundFile(const std::filesystem::path& path, const SoundFile& content)
     info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
     File file(sf_open(path.c_str(), SFM_WRITE, &info));
     if (!file)
-        throw std::runtime_error(printable(path.string()) + ": " + sf_strerror(nullptr));
+        throw WriteError(path, reasonOf(nullptr));
     // Its peaks would be stored with the time; the same sound is to give the same bytes.
     sf_command(file.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
     const auto count = static_cast<sf_count_t>(frames);
-    const bool written = sf_writef_float(file.get(), samples.data(), count) == count;
-    if (sf_close(file.release()) != 0 || !written)
-        throw std::runtime_error(printable(path.string()) + ": could not be written");
+    if (sf_writef_float(file.get(), samples.data(), count) != count)
+        throw WriteError(path, reasonOf(file.get()));
+    if (sf_close(file.release()) != 0)
+        throw WriteError(path, "its end is missing");
 }
 
 std::vector<ImpulseResponse> impulseResponses(const SoundFile& file) {

@@ -18,7 +18,7 @@ struct SoundFile {
 SoundFile readSoundFile(const std::filesystem::path& path);
 
 /// Writes a WAV file of 32-bit floats; the channels are equally long and not empty.
-/// Throws std::runtime_error that names the file, as when the disk is full.
+/// Throws WriteError that names the file, as when the disk is full.
 void writeSoundFile(const std::filesystem::path& path, const SoundFile& content);
 
 /// Each channel as an impulse response; all start at the impulse.

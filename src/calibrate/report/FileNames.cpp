@@ -1,8 +1,9 @@
 #include "calibrate/report/FileNames.h"
 
+#include "calibrate/design/DesignFiles.h"
+
 #include <algorithm>
 #include <cctype>
-#include <cmath>
 
 namespace calibrate::report {
 namespace {
@@ -22,10 +23,6 @@ std::string plain(const std::string& name) {
     if (!result.empty() && result.back() == '-')
         result.pop_back();
     return result.empty() ? "speaker" : result;
-}
-
-std::string rateText(double sampleRate) {
-    return std::to_string(std::lround(sampleRate));
 }
 
 }  // namespace
@@ -50,12 +47,16 @@ std::string FileNames::response(const std::string& which) const {
     return "responses/" + stem_ + "-" + which + ".txt";
 }
 
+std::string FileNames::filterStem(double sampleRate) const {
+    return std::string(kFiltersFolder) + "/" + design::filterStem(stem_, sampleRate);
+}
+
 std::string FileNames::filter(double sampleRate) const {
-    return "filters/" + stem_ + "-" + rateText(sampleRate) + ".wav";
+    return filterStem(sampleRate) + ".wav";
 }
 
 std::string FileNames::filterResponse(double sampleRate) const {
-    return "responses/" + stem_ + "-filter-" + rateText(sampleRate) + ".txt";
+    return filterStem(sampleRate) + "-response.txt";
 }
 
 }  // namespace calibrate::report

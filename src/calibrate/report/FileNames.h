@@ -7,7 +7,8 @@ namespace calibrate::report {
 
 inline constexpr const char* kPageFile = "report.html";
 inline constexpr const char* kJsonFile = "report.json";
-inline constexpr const char* kFiltersFile = "filters.json";
+inline constexpr const char* kFiltersFolder = "filters";
+inline constexpr const char* kFiltersFile = "filters/design.json";
 inline constexpr const char* kTargetFile = "responses/target.txt";
 
 /// Where a speaker's files lie in the report's folder. Names are plain ASCII, and no two speakers
@@ -22,6 +23,9 @@ public:
     /// "position-1" for the first one, which counts 0 here.
     static std::string position(std::size_t index);
 
+    /// With what all of them begin: "1-front-left".
+    const std::string& stem() const { return stem_; }
+
     std::string recording(const std::string& which) const;
     std::string impulseResponse(const std::string& which) const;
     std::string response(const std::string& which) const;
@@ -29,6 +33,8 @@ public:
     std::string filterResponse(double sampleRate) const;
 
 private:
+    std::string filterStem(double sampleRate) const;
+
     std::string stem_;
 };
 

@@ -2,6 +2,7 @@
 
 #include "calibrate/Errors.h"
 #include "calibrate/Text.h"
+#include "calibrate/TextFile.h"
 #include "calibrate/design/DesignFiles.h"
 #include "calibrate/measurement/SoundFile.h"
 #include "calibrate/report/Curves.h"
@@ -12,10 +13,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -26,9 +25,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using measurement::ImpulseResponse;
-
-constexpr std::size_t kFilterLength = 32'768;  // samples of a filter's impulse response
-constexpr std::uintmax_t kFullDisk = 4'096;    // bytes; less is as good as nothing
 
 std::string shown(const fs::path& path) {
     return printable(path.string());
@@ -81,32 +77,6 @@ private:
     bool made_{false};
 };
 
-class Descriptor {
-public:
-    explicit Descriptor(const fs::path& path)
-        : descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)) {}
-    ~Descriptor() {
-        if (descriptor_ >= 0)
-            close(descriptor_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    /// False with errno when the system refuses.
-    bool writeAll(std::string_view text) const {
-        while (descriptor_ >= 0 && !text.empty()) {
-            const auto count = ::write(descriptor_, text.data(), text.size());
-            if (count < 0 && errno != EINTR)
-                return false;
-            text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-        }
-        return descriptor_ >= 0 && fsync(descriptor_) == 0;
-    }
-
-private:
-    const int descriptor_;
-};
-
 /// Writes all files of a calibration below a folder.
 class Writer {
 public:
@@ -114,7 +84,7 @@ public:
         : calibration_(calibration), staging_(staging) {}
 
     void writeAll() const {
-        for (const auto* folder : {"recordings", "impulse-responses", "responses", "filters"})
+        for (const auto* folder : {"recordings", "impulse-responses", "responses"})
             makeFolder(folder);
         std::vector<SpeakerFigures> all;
         for (std::size_t i = 0; i < calibration_.speakers.size(); ++i) {
@@ -123,8 +93,7 @@ public:
         }
         text(kTargetFile,
              responseText(calibration_.options.correction.target, "Target " + calibration_.target));
-        if (calibration_.design)
-            text(kFiltersFile, dump(design::toJson(*calibration_.design)));
+        writeFilters();
         text(kJsonFile, dump(toJson(calibration_, all)));
         text(kPageFile, page(calibration_, all));
         removeEmptyFolders();
@@ -144,7 +113,7 @@ private:
         if (speaker.verification)
             writeSweep(speaker, speaker.verification->sweep, names, FileNames::kAfter);
         if (const auto* correction = correctionOf(calibration_, index))
-            writeCorrection(speaker, *correction, names);
+            writeResponse(speaker, correction->predicted, names, FileNames::kPredicted);
     }
 
     void writeSweep(const Speaker& speaker, const SweepResult& sweep, const FileNames& names,
@@ -164,52 +133,34 @@ private:
              responseText(response, displayName(speaker.name) + ", " + which));
     }
 
-    void writeCorrection(const Speaker& speaker, const design::SpeakerCorrection& correction,
-                         const FileNames& names) const {
-        writeResponse(speaker, correction.predicted, names, FileNames::kPredicted);
-        for (const auto& filter : correction.filters) {
-            sound(names.filter(filter.sampleRate), filter.sampleRate,
-                  filter.impulseResponse(kFilterLength));
-            text(names.filterResponse(filter.sampleRate),
-                 responseText(filter, displayName(speaker.name) + ", filter"));
-        }
+    void writeFilters() const {
+        if (!calibration_.design)
+            return;
+        std::vector<std::string> names;
+        for (std::size_t i = 0; i < calibration_.speakers.size(); ++i)
+            names.push_back(FileNames(i, calibration_.speakers[i].name).stem());
+        design::writeFilters(staging_.path() / kFiltersFolder, *calibration_.design, names);
     }
 
     void makeFolder(const char* name) const {
         std::error_code error;
         fs::create_directory(staging_.path() / name, error);
         if (error)
-            fail(name, error.message());
+            throw WriteError(staging_.path() / name, error.message());
     }
 
     void removeEmptyFolders() const {
         std::error_code ignored;
-        for (const auto* folder : {"recordings", "impulse-responses", "filters"})
+        for (const auto* folder : {"recordings", "impulse-responses"})
             fs::remove(staging_.path() / folder, ignored);  // only where it is empty
     }
 
     void text(const std::string& name, const std::string& content) const {
-        if (!Descriptor(staging_.path() / name).writeAll(content))
-            fail(name, std::strerror(errno));
+        writeTextFile(staging_.path() / name, content);
     }
 
     void sound(const std::string& name, double sampleRate, std::vector<double> samples) const {
-        try {
-            measurement::writeSoundFile(staging_.path() / name, {sampleRate, {std::move(samples)}});
-        } catch (const std::runtime_error&) {
-            fail(name, isDiskFull() ? std::strerror(ENOSPC) : "the system refused");
-        }
-    }
-
-    bool isDiskFull() const {
-        std::error_code error;
-        const auto space = fs::space(staging_.path(), error);
-        return !error && space.available < kFullDisk;
-    }
-
-    [[noreturn]] void fail(const std::string& name, const std::string& why) const {
-        throw OutputError(shown(staging_.destination() / name) + ": cannot be written: " + why +
-                          "; no report was made");
+        measurement::writeSoundFile(staging_.path() / name, {sampleRate, {std::move(samples)}});
     }
 
     const Calibration& calibration_;
@@ -258,7 +209,13 @@ void write(const Calibration& calibration, const fs::path& directory) {
     checkDesign(calibration);
     checkFolder(directory);
     Staging staging(resolved(directory));
-    Writer(calibration, staging).writeAll();
+    try {
+        Writer(calibration, staging).writeAll();
+    } catch (const WriteError& error) {
+        const auto name = error.path().lexically_relative(staging.path());
+        throw OutputError(shown(staging.destination() / name) +
+                          ": cannot be written: " + error.reason() + "; no report was made");
+    }
     staging.publish();
 }
 

@@ -65,12 +65,6 @@ std::string responseText(const measurement::ImpulseResponse& response, const std
                 [&](double frequency) { return levelAndPhase(bin(frequency)); });
 }
 
-std::string responseText(const design::ParallelFilter& filter, const std::string& title) {
-    return heading(title) + "* Sample rate " + hertz(filter.sampleRate) + "\n" + kThreeColumns +
-           rows(filter.sampleRate / 2,
-                [&](double frequency) { return levelAndPhase(filter.response(frequency)); });
-}
-
 std::string responseText(const measurement::FrequencyCurve& curve, const std::string& title) {
     return heading(title) + "* Frequency (Hz)  Level (dB)\n" +
            rows(1e9, [&](double frequency) { return fixed(curve.level(frequency), 3); });

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "calibrate/design/ParallelFilter.h"
 #include "calibrate/measurement/FrequencyCurve.h"
 #include "calibrate/measurement/ImpulseResponse.h"
 
@@ -15,8 +14,6 @@ namespace calibrate::report {
 /// The phase is that after the arrival of the direct sound, as the header says. Unsmoothed: the
 /// response's value at each frequency. The response is usable.
 std::string responseText(const measurement::ImpulseResponse& response, const std::string& title);
-
-std::string responseText(const design::ParallelFilter& filter, const std::string& title);
 
 /// Without phase.
 std::string responseText(const measurement::FrequencyCurve& curve, const std::string& title);

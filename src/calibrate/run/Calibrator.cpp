@@ -152,8 +152,9 @@ void Calibrator::activate() {
     const auto slot = slotInfo();
     narrator_.begin("storing the filters");
     state_.fill(slot_);
+    const auto design = design::deviceDesign(*calibration_.design);
     transfer(
-        client_, slot, transferSteps(*calibration_.design, profile_.filters),
+        client_, slot, transferSteps(design, profile_.filters),
         [&](double fraction, const std::string& step) { narrator_.progress(fraction, step); },
         true);
     checkStored(client_, slot);

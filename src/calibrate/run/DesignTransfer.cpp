@@ -56,14 +56,14 @@ protocol::CellIndex index(const design::BassCell& cell) {
 
 class Steps {
 public:
-    Steps(const design::SystemDesign& design, const std::vector<protocol::FIIRInfo>& variants)
+    Steps(const design::DeviceDesign& design, const std::vector<protocol::FIIRInfo>& variants)
         : design_(design), variants_(variants) {}
 
     std::vector<TransferStep> all() {
         for (std::size_t i = 0; i < design_.speakers.size(); ++i)
             addSpeaker(i);
-        if (design_.bass)
-            addBass(design_.bass->cells);
+        if (!design_.bassCells.empty())
+            addBass(design_.bassCells);
         return std::move(steps_);
     }
 
@@ -82,7 +82,7 @@ private:
                 client.setCellFiir(message(*filter, variant));
             });
         }
-        if (!design_.bass)
+        if (design_.bassCells.empty())
             addAlignment(what, index, speaker.alignment);
     }
 
@@ -116,14 +116,14 @@ private:
         });
     }
 
-    const design::SystemDesign& design_;
+    const design::DeviceDesign& design_;
     const std::vector<protocol::FIIRInfo>& variants_;
     std::vector<TransferStep> steps_;
 };
 
 }  // namespace
 
-std::vector<TransferStep> transferSteps(const design::SystemDesign& design,
+std::vector<TransferStep> transferSteps(const design::DeviceDesign& design,
                                         const std::vector<protocol::FIIRInfo>& variants) {
     return Steps(design, variants).all();
 }

@@ -59,7 +59,7 @@ TEST_F(DesignFilesTest, firFileHasTheTaps) {
 
 TEST_F(DesignFilesTest, responsesAreReadBackAsColumns) {
     const auto& filter = design_.speakers[0].filters[0];
-    const auto curve = measurement::readCurveFile(file("front-left-filter.txt")).curve;
+    const auto curve = measurement::readCurveFile(file("front-left-48000-response.txt")).curve;
     for (const auto& point : curve.points())
         ASSERT_NEAR(point.level, 20 * std::log10(std::abs(filter.response(point.frequency))), 0.01);
     for (const auto* name :

@@ -116,7 +116,10 @@ TEST(FiguresTest, LongNamesAreCutBetweenCharacters) {
 
 TEST(FiguresTest, ASweepsFiguresComeFromItsRecording) {
     const auto sweep = measurement::fullBandSweep(48'000);
-    measurement::Recording recording{"A", 48'000, std::vector<double>(9'600, 0.001), {}};
+    measurement::Recording recording;
+    recording.speaker = "A";
+    recording.sampleRate = 48'000;
+    recording.silence.assign(9'600, 0.001);
     for (const float sample : measurement::sweepSamples(sweep))
         recording.samples.push_back(0.5 * sample);
     const measurement::Deconvolution deconvolution{{}, {{2, -50}}, 60};

@@ -12,7 +12,7 @@ TEST(FileNamesTest, NamesTellSpeakerPositionAndRate) {
     EXPECT_EQ(names.impulseResponse(FileNames::kAfter), "impulse-responses/1-front-left-after.wav");
     EXPECT_EQ(names.response(FileNames::kPredicted), "responses/1-front-left-predicted.txt");
     EXPECT_EQ(names.filter(44'100), "filters/1-front-left-44100.wav");
-    EXPECT_EQ(names.filterResponse(48'000), "responses/1-front-left-filter-48000.txt");
+    EXPECT_EQ(names.filterResponse(48'000), "filters/1-front-left-48000-response.txt");
 }
 
 TEST(FileNamesTest, SpeakersOfOneNameHaveFilesOfTheirOwn) {

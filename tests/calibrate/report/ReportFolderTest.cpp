@@ -1,4 +1,5 @@
 #include "calibrate/Errors.h"
+#include "calibrate/design/DesignJson.h"
 #include "calibrate/measurement/SoundFile.h"
 #include "calibrate/report/ReportFolder.h"
 #include "calibrate/report/TestCalibration.h"
@@ -24,6 +25,12 @@ using testing::IsEmpty;
 
 class ReportFolderTest : public testing::Test {
 protected:
+    static void keepRecording(Calibration& calibration, double sampleRate) {
+        auto& recording = calibration.speakers[0].positions[0].recording;
+        recording.sampleRate = sampleRate;
+        recording.samples = {0.25, -0.5};
+    }
+
     fs::path path(const std::string& name) const { return scratch_.path() / name; }
 
     static std::string contentOf(const fs::path& path) {
@@ -90,31 +97,32 @@ private:
 
 TEST_F(ReportFolderTest, HoldsEverything) {
     Calibration calibration = stereoCalibration();
-    calibration.speakers[0].positions[0].recording = {"Front left", 48'000, {}, {0.25, -0.5}};
+    keepRecording(calibration, 48'000);
 
     write(calibration, path("out"));
 
     EXPECT_THAT(
         filesIn("out"),
         testing::UnorderedElementsAre(
-            "report.html", "report.json", "filters.json", "filters/1-front-left-48000.wav",
-            "filters/2-front-right-48000.wav", "impulse-responses/1-front-left-after.wav",
+            "report.html", "report.json", "filters/design.json", "filters/1-front-left-48000.wav",
+            "filters/1-front-left-48000-fir.wav", "filters/1-front-left-48000-response.txt",
+            "filters/2-front-right-48000.wav", "filters/2-front-right-48000-fir.wav",
+            "filters/2-front-right-48000-response.txt", "impulse-responses/1-front-left-after.wav",
             "impulse-responses/1-front-left-position-1.wav",
             "impulse-responses/1-front-left-predicted.wav",
             "impulse-responses/2-front-right-after.wav",
             "impulse-responses/2-front-right-position-1.wav",
             "impulse-responses/2-front-right-predicted.wav",
             "recordings/1-front-left-position-1.wav", "responses/1-front-left-after.txt",
-            "responses/1-front-left-filter-48000.txt", "responses/1-front-left-position-1.txt",
-            "responses/1-front-left-predicted.txt", "responses/2-front-right-after.txt",
-            "responses/2-front-right-filter-48000.txt", "responses/2-front-right-position-1.txt",
+            "responses/1-front-left-position-1.txt", "responses/1-front-left-predicted.txt",
+            "responses/2-front-right-after.txt", "responses/2-front-right-position-1.txt",
             "responses/2-front-right-predicted.txt", "responses/target.txt"));
     EXPECT_EQ(entries(), std::set<std::string>{"out"});
 }
 
 TEST_F(ReportFolderTest, WavFilesHoldWhatWasMeasuredAndDesigned) {
     Calibration calibration = stereoCalibration();
-    calibration.speakers[0].positions[0].recording = {"Front left", 44'100, {}, {0.25, -0.5}};
+    keepRecording(calibration, 44'100);
 
     write(calibration, path("out"));
 
@@ -127,6 +135,15 @@ TEST_F(ReportFolderTest, WavFilesHoldWhatWasMeasuredAndDesigned) {
     EXPECT_EQ(filter.channels[0].size(), 32'768U);
     EXPECT_FLOAT_EQ(static_cast<float>(filter.channels[0][100]),
                     static_cast<float>(designed.impulseResponse(101)[100]));
+}
+
+TEST_F(ReportFolderTest, TheDesignCanBeReadBack) {
+    write(stereoCalibration(), path("out"));
+
+    const auto read = design::readDesign(path("out/filters/design.json"));
+    const auto& designed = stereoCalibration().design->speakers;
+    ASSERT_EQ(read.speakers.size(), 2U);
+    EXPECT_EQ(read.speakers[1].filters[0].taps, designed[1].filters[0].taps);
 }
 
 TEST_F(ReportFolderTest, EveryFileThatTheJsonNamesIsThere) {

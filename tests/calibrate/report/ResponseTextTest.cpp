@@ -70,16 +70,6 @@ TEST(ResponseTextTest, SilenceIsALowLevelAndNoWord) {
     EXPECT_THAT(text, testing::Not(testing::HasSubstr("inf")));
 }
 
-TEST(ResponseTextTest, AFiltersResponseIsItsOwn) {
-    design::ParallelFilter filter{48'000, {0.5F, 0.25F}, {}};
-
-    for (const auto& row : rowsOf(responseText(filter, "A"))) {
-        const auto expected = filter.response(row.frequency);
-        EXPECT_NEAR(row.level, 20 * std::log10(std::abs(expected)), 0.001);
-        EXPECT_NEAR(row.phase, std::arg(expected) * 57.29578, 0.006);
-    }
-}
-
 TEST(ResponseTextTest, HeadersAreCommentsWhateverTheTitleHolds) {
     const auto text = responseText(measurement::FrequencyCurve(), "a\n20 -3\nb");
 

@@ -253,13 +253,34 @@ grpc::Status EndpointDouble::GetSlotInfo(Context*, const Index* request, SlotInf
     return kOk;
 }
 
+/// Inputs and outputs of a section. The channels between the bass sections are the speakers with a
+/// bass input, then a bass channel for each group, then two bands for each speaker.
+std::pair<unsigned, unsigned> EndpointDouble::dimensions(unsigned section) const {
+    const auto all = static_cast<unsigned>(speakers.size());
+    std::set<unsigned> groups;
+    unsigned subwoofers = 0;
+    for (const auto& speaker : speakers) {
+        if (speaker.kind() == 4)
+            ++subwoofers;
+        else
+            groups.insert(speaker.group());
+    }
+    const unsigned channels = all - subwoofers + (subwoofers > 0 ? 1 : 0);
+    const unsigned grouped = channels + static_cast<unsigned>(groups.size());
+    const unsigned bands = 2 * (all - subwoofers) + subwoofers;
+    const std::array<unsigned, 6> stages{channels, grouped, grouped, bands, bands, all};
+    return section < 5 ? std::pair(stages.at(section), stages.at(section + 1))
+                       : std::pair(all, all);
+}
+
 grpc::Status EndpointDouble::GetSectionInfo(Context*, const Index* request, SectionInfo* reply) {
     ENTER("GetSectionInfo");
     if (request->value() < 0 || request->value() > 5)
         return invalid("Section index out of range");
     reply->set_section(static_cast<unsigned>(request->value()));
-    reply->set_num_inputs(static_cast<unsigned>(speakers.size()));
-    reply->set_num_outputs(static_cast<unsigned>(speakers.size()));
+    const auto [inputs, outputs] = dimensions(static_cast<unsigned>(request->value()));
+    reply->set_num_inputs(inputs);
+    reply->set_num_outputs(outputs);
     reply->set_disposition(request->value() == 5 ? SECTION_DISPOSITION_DIAGONAL
                                                  : SECTION_DISPOSITION_MATRIX);
     return kOk;

@@ -166,6 +166,8 @@ private:
     grpc::Status recorded(Context* context, AudioWriter* writer, bool untilCancelled);
     grpc::Status ended(Context* context, const grpc::Status& status);
 
+    std::pair<unsigned, unsigned> dimensions(unsigned section) const;
+
     /// Records the call, holds it up and tells how it ends, if not by itself.
     grpc::Status enter(const std::string& method);
 
