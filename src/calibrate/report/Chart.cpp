@@ -199,25 +199,6 @@ bool isEmpty(const Chart& chart) {
     });
 }
 
-Axis bassAxis() {
-    return {kWaterfallLowest,
-            kWaterfallHighest,
-            true,
-            {{20, "20"},
-             {30, "30"},
-             {40, ""},
-             {50, "50"},
-             {60, ""},
-             {70, "70"},
-             {80, ""},
-             {90, ""},
-             {100, "100"},
-             {150, "150"},
-             {200, "200"},
-             {300, "300"}},
-            "Frequency (Hz)"};
-}
-
 double baseline(double part) {
     return kFirstBaseline + (kLastBaseline - kFirstBaseline) * part;
 }
@@ -282,6 +263,25 @@ Axis audioAxis() {
             axis.ticks.push_back({value, labelled ? text : ""});
         }
     return axis;
+}
+
+Axis bassAxis() {
+    return {kWaterfallLowest,
+            kWaterfallHighest,
+            true,
+            {{20, "20"},
+             {30, "30"},
+             {40, ""},
+             {50, "50"},
+             {60, ""},
+             {70, "70"},
+             {80, ""},
+             {90, ""},
+             {100, "100"},
+             {150, "150"},
+             {200, "200"},
+             {300, "300"}},
+            "Frequency (Hz)"};
 }
 
 Axis linearAxis(double from, double to, double step, const std::string& title) {

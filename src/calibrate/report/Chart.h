@@ -27,6 +27,9 @@ struct Axis {
 /// 20 Hz to 20 kHz.
 Axis audioAxis();
 
+/// 20 to 300 Hz.
+Axis bassAxis();
+
 /// Levels with a line every `step` dB, with a sign.
 Axis levelAxis(double from, double to, double step, const std::string& title);
 

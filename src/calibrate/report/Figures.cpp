@@ -2,6 +2,7 @@
 
 #include "calibrate/Text.h"
 #include "calibrate/design/Deviation.h"
+#include "calibrate/measurement/Arrival.h"
 #include "calibrate/report/Curves.h"
 
 #include <algorithm>
@@ -41,6 +42,12 @@ std::optional<double> differenceOf(const SpeakerFigures& figures,
     for (std::size_t i = 0; i < after.size(); ++i)
         largest = std::max(largest, std::abs(after[i].level - predicted[i].level));
     return largest;
+}
+
+std::vector<DecayTime> decayOf(const ImpulseResponse& response) {
+    if (!isUsable(response) || peakOf(response) == 0)
+        return {};
+    return decayTimes(response, measurement::findArrival(response).time);
 }
 
 /// Characters that turn the direction of the text behind them: U+202A to 202E, U+2066 to 2069.
@@ -99,15 +106,20 @@ const design::SpeakerCorrection* correctionOf(const Calibration& calibration, st
 SpeakerFigures figures(const Calibration& calibration, std::size_t index) {
     const Speaker& speaker = calibration.speakers.at(index);
     SpeakerFigures result;
-    if (!speaker.positions.empty())
+    if (!speaker.positions.empty()) {
         result.before = spectrumOf(speaker.positions.front().response);
+        result.decayBefore = decayOf(speaker.positions.front().response);
+    }
     if (const auto* correction = correctionOf(calibration, index)) {
         result.lowest = correction->lowest;
         result.highest = correction->highest;
         result.predicted = spectrumOf(correction->predicted);
+        result.decayPredicted = decayOf(correction->predicted);
     }
-    if (speaker.verification)
+    if (speaker.verification) {
         result.after = spectrumOf(speaker.verification->sweep.response);
+        result.decayAfter = decayOf(speaker.verification->sweep.response);
+    }
     const design::DeviationBand band{result.lowest, result.highest};
     const auto& target = calibration.options.correction.target;
     result.deviationBefore = deviationOf(result.before, target, band);

@@ -2,8 +2,11 @@
 
 #include "calibrate/measurement/PowerSpectrum.h"
 #include "calibrate/report/Calibration.h"
+#include "calibrate/report/DecayTimes.h"
 
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace calibrate::report {
 
@@ -17,11 +20,17 @@ struct SpeakerFigures {
     std::optional<double> deviationBefore;            ///< dB, from the target; see Deviation
     std::optional<double> deviationPredicted;
     std::optional<double> deviationAfter;
+    std::vector<DecayTime> decayBefore;  ///< of the bass; empty: there is no such response
+    std::vector<DecayTime> decayPredicted;
+    std::vector<DecayTime> decayAfter;
     std::optional<double> difference;  ///< dB, largest of 1/6 octave from predicted to measured
 
     /// What the loudspeaker is now: measured, or else predicted.
     std::optional<double> deviationNow() const {
         return deviationAfter ? deviationAfter : deviationPredicted;
+    }
+    const std::vector<DecayTime>& decayNow() const {
+        return decayAfter.empty() ? decayPredicted : decayAfter;
     }
 };
 

@@ -86,6 +86,8 @@ public:
         small += figure(impulse(), id_ + "i") + figure(energy(), id_ + "e");
         if (!speaker_.positions.empty() && !speaker_.positions.front().signalToNoise.empty())
             small += figure(signalToNoise(), id_ + "n");
+        if (!figures_.decayBefore.empty())
+            small += figure(decay(), id_ + "d");
         return result + pair(small) + pair(waterfalls());
     }
 
@@ -199,6 +201,66 @@ private:
             chart.series.push_back({name, style, energyTimeCurve(response, arrival)});
         });
         return chart;
+    }
+
+    Chart decay() const {
+        const auto& before = figures_.decayBefore;
+        const auto& now = figures_.decayNow();
+        const bool isMeasured = !figures_.decayAfter.empty();
+        const double most = longest(before, now);
+        Chart chart{"Decay time of the bass",
+                    "Time in which each third of an octave decays by 60 dB.",
+                    bassAxis(),
+                    linearAxis(0, most, most / 4, "Time (ms)"),
+                    {decayBars("before", "before", before, -1)},
+                    "By third octave, T30 or T20 as ISO 3382 has it." + wordsOn("before", before) +
+                        wordsOn(isMeasured ? "after" : "predicted", now)};
+        if (isMeasured)
+            chart.series.push_back(decayBars("measured after", "after", now, 1));
+        else if (!now.empty())
+            chart.series.push_back(decayBars("predicted", "predicted", now, 1));
+        return chart;
+    }
+
+    /// Beside the band's centre, so that two of them fit.
+    static Series decayBars(const std::string& name, const std::string& style,
+                            const std::vector<DecayTime>& times, int side) {
+        Series series{name, style + " slim", {}, true};
+        for (const auto& band : times)
+            if (band.time)
+                series.points.push_back(
+                    {band.frequency * std::exp2(side / 24.0), 1'000 * *band.time});
+        return series;
+    }
+
+    /// ms, the upper end of an axis that is divided by four.
+    static double longest(const std::vector<DecayTime>& a, const std::vector<DecayTime>& b) {
+        double time = 0.4;
+        for (const auto* times : {&a, &b})
+            for (const auto& band : *times)
+                time = std::max(time, band.time.value_or(0));
+        return 400 * std::ceil(time / 0.4);
+    }
+
+    /// What bars do not show: the bands that have none, and those that have an uncertain one.
+    static std::string wordsOn(const std::string& when, const std::vector<DecayTime>& times) {
+        std::string hidden;
+        std::string uncertain;
+        for (const auto& band : times) {
+            if (!band.time)
+                add(hidden, band.frequency);
+            else if (!band.isCertain())
+                add(uncertain, band.frequency);
+        }
+        return (hidden.empty() ? "" : " Not measurable " + when + ": " + hidden + " Hz.") +
+               (uncertain.empty()
+                    ? ""
+                    : " No straight decay " + when + ", so uncertain: " + uncertain + " Hz.");
+    }
+
+    static void add(std::string& list, double frequency) {
+        const bool isWhole = frequency == std::floor(frequency);
+        list += (list.empty() ? "" : ", ") + fixed(frequency, isWhole ? 0 : 1);
     }
 
     Markup waterfalls() const {

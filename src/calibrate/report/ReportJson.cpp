@@ -191,6 +191,24 @@ Json deviationJson(const SpeakerFigures& figures) {
             {"after_db", level(figures.deviationAfter)}};
 }
 
+Json decayJson(const std::vector<DecayTime>& times) {
+    if (times.empty())
+        return nullptr;
+    Json list = Json::array();
+    for (const auto& band : times)
+        list.push_back({{"frequency_hz", band.frequency},
+                        {"time_s", number(band.time, 3)},
+                        {"range_db", band.time ? Json(band.range) : Json(nullptr)},
+                        {"certain", band.time ? Json(band.isCertain()) : Json(nullptr)}});
+    return list;
+}
+
+Json decaysJson(const SpeakerFigures& figures) {
+    return {{"before", decayJson(figures.decayBefore)},
+            {"predicted", decayJson(figures.decayPredicted)},
+            {"after", decayJson(figures.decayAfter)}};
+}
+
 Json speakerJson(const Calibration& calibration, std::size_t index, const SpeakerFigures& figures) {
     const Speaker& speaker = calibration.speakers[index];
     const FileNames names(index, speaker.name);
@@ -201,6 +219,7 @@ Json speakerJson(const Calibration& calibration, std::size_t index, const Speake
             {"correction", correctionJson(calibration, index, names)},
             {"positions", positionsJson(speaker, names)},
             {"verification", verificationJson(speaker, figures, names)},
+            {"bass_decay", decaysJson(figures)},
             {"curves", curvesJson(calibration.options.correction.target, figures)}};
 }
 

@@ -14,6 +14,8 @@ namespace {
 
 using measurement::Verdict;
 
+constexpr double kLeastDistortion = -140;  // dB; less is what noise has left of nothing
+
 Markup span(const std::string& style, const std::string& text) {
     return element("span", {{"class", style}}, text);
 }
@@ -356,15 +358,20 @@ private:
                        head + list);
     }
 
+    static const char* orderEnding(unsigned order) {
+        return order == 2 ? "nd" : order == 3 ? "rd" : "th";
+    }
+
     static std::string levelText(const SweepResult& sweep) {
         std::string text = "Level " + optionalFigure(sweep.level, "dBFS") + ", noise " +
                            optionalFigure(sweep.noise, "dBFS");
+        std::string products;
         for (const auto& product : sweep.distortion)
-            text += (product.order == 2 ? "; distortion " : ", ") + std::to_string(product.order) +
-                    (product.order == 2   ? "nd "
-                     : product.order == 3 ? "rd "
-                                          : "th ") +
-                    figureText(product.level, 0) + " dB";
+            if (product.level > kLeastDistortion)
+                products += (products.empty() ? "; distortion " : ", ") +
+                            std::to_string(product.order) + orderEnding(product.order) + " " +
+                            figureText(product.level, 0) + " dB";
+        text += products;
         return text + ".";
     }
 

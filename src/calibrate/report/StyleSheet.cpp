@@ -91,7 +91,8 @@ figure { display: flex; flex-direction: column; }
 .line.faint { stroke: var(--faint); stroke-width: 1; }
 .line.filter { stroke-width: 1.8; }
 .thin .line { stroke-width: 1.1; }
-.line.bars { stroke-width: 12; stroke-linecap: butt; }
+.line.bars { stroke-width: 12; stroke-linecap: butt; stroke-dasharray: none; }
+.line.bars.slim { stroke-width: 6; }
 
 table { width: 100%; border-collapse: collapse; background: var(--surface); border: 1px solid var(--rule); border-radius: .75rem; overflow: hidden; border-spacing: 0; }
 th, td { padding: .5rem .7rem; text-align: right; vertical-align: top; border-top: 1px solid var(--fine); }

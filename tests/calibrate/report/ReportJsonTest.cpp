@@ -37,11 +37,27 @@ TEST(ReportJsonTest, KeysAreStable) {
                              "latency_ms", "bass_management", "filters", "warnings", "speakers"));
     EXPECT_THAT(keysOf(json["speakers"][0]),
                 testing::ElementsAre("name", "kind", "summary", "deviation", "correction",
-                                     "positions", "verification", "curves"));
+                                     "positions", "verification", "bass_decay", "curves"));
     EXPECT_THAT(
         keysOf(json["speakers"][0]["positions"][0]),
         testing::ElementsAre("level_dbfs", "noise_dbfs", "verdict", "checks", "signal_to_noise",
                              "distortion", "recording", "impulse_response", "response"));
+}
+
+TEST(ReportJsonTest, DecayTimesAreToldWhereTheyCanBeMeasured) {
+    const auto decay = jsonOf(stereoCalibration())["speakers"][0]["bass_decay"];
+
+    EXPECT_THAT(keysOf(decay), testing::ElementsAre("before", "predicted", "after"));
+    ASSERT_EQ(decay["before"].size(), 11U);
+    const auto& mode = decay["before"][3];
+    EXPECT_EQ(mode["frequency_hz"], 50.0);
+    EXPECT_NEAR(mode["time_s"].get<double>(), 0.5, 0.025);
+    EXPECT_EQ(mode["range_db"], 20);
+    EXPECT_EQ(mode["certain"], true);
+    const Json nothing{
+        {"frequency_hz", 250.0}, {"time_s", nullptr}, {"range_db", nullptr}, {"certain", nullptr}};
+    EXPECT_EQ(decay["before"][10], nothing);
+    EXPECT_EQ(jsonOf(measuredCalibration({"A"}))["speakers"][0]["bass_decay"]["after"], nullptr);
 }
 
 TEST(ReportJsonTest, ValuesAreThoseOfTheCalibration) {

@@ -57,11 +57,17 @@ TEST(ReportPageTest, EachSpeakerHasAllItsPlots) {
 
     for (const auto* title :
          {"Frequency response", "Correction filter", "Impulse response", "Energy over time",
-          "Decay of the bass, before", "Decay of the bass, measured after", "Signal to noise"}) {
+          "Decay of the bass, before", "Decay of the bass, measured after", "Signal to noise",
+          "Decay time of the bass"}) {
         const std::regex caption(std::string("<figcaption>") + title + "</figcaption>");
         const std::sregex_iterator found(page.begin(), page.end(), caption);
         EXPECT_EQ(std::distance(found, std::sregex_iterator()), 2) << title;
     }
+}
+
+TEST(ReportPageTest, BandsWhoseDecayIsNotMeasurableAreNamed) {
+    EXPECT_TRUE(std::regex_search(pageOf(stereoCalibration()),
+                                  std::regex("Not measurable before: [0-9., ]*250 Hz\\.")));
 }
 
 TEST(ReportPageTest, SeveralPositionsAreShown) {
