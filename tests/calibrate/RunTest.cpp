@@ -1,13 +1,11 @@
 #include "calibrate/Errors.h"
 #include "calibrate/support/CommandFixture.h"
+#include "calibrate/support/FullDisk.h"
 #include "calibrate/support/SimulatedRoom.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include <sys/resource.h>
-
-#include <csignal>
 #include <fstream>
 #include <sstream>
 
@@ -22,26 +20,6 @@ using testing::Not;
 using testing::SizeIs;
 
 namespace fs = std::filesystem;
-
-/// Bounds the size of files that this process writes, as a full disk does.
-class FullDisk {
-public:
-    explicit FullDisk(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit{bytes, before_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FullDisk() {
-        setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-
-private:
-    rlimit before_{};
-    void (*handler_)(int);
-};
 
 class RunTest : public CommandFixture {
 protected:
@@ -260,6 +238,19 @@ TEST_F(RunTest, AMicrophoneThatIsUnpluggedIsToldOf) {
         "plugged in");
 }
 
+TEST_F(RunTest, AMicrophoneThatHearsNoLoudspeakerIsToldOf) {
+    room_.dead = {0, 1};
+    expectFailure("Nothing arrived from \"Front left\"");
+    EXPECT_THAT(errors(), HasSubstr("Nothing arrived from \"Front right\""));
+    EXPECT_THAT(errors(), HasSubstr("If they do play, the microphone that listens is another one"));
+}
+
+TEST_F(RunTest, AMicrophoneThatTheDeviceLacksIsToldOf) {
+    EXPECT_EQ(calibrate({"--mic", "3"}), kExitUsage);
+    EXPECT_THAT(errors(), HasSubstr("microphone 3 does not exist"));
+    EXPECT_EQ(device_.callsOf("StartStreaming"), 0);
+}
+
 TEST_F(RunTest, ClippingAtTheLeastGainIsToldOf) {
     room_.microphoneGain = 60;
     expectFailure("are clipped. Lower the volume or the microphone's gain");
@@ -338,6 +329,18 @@ TEST_F(RunTest, ADeviceThatHoldsNoFilterIsToldOf) {
     EXPECT_EQ(device_.callsOf("StartStreaming"), 0);
 }
 
+TEST_F(RunTest, ADeviceWithoutSlotsIsToldOf) {
+    device_.device.set_num_slots(0);
+    expectFailure("the device has no slot for a filter");
+    EXPECT_EQ(device_.callsOf("StartStreaming"), 0);
+}
+
+TEST_F(RunTest, ADeviceWithoutSpeakersIsToldOf) {
+    device_.setSpeakers({});
+    expectFailure("the device has no speakers");
+    EXPECT_EQ(device_.callsOf("StartStreaming"), 0);
+}
+
 TEST_F(RunTest, AFilterWithoutSectionsIsStillDesigned) {
     for (auto& variant : device_.variants)
         variant.set_max_biquads(0);
@@ -381,6 +384,20 @@ TEST_F(RunTest, AFullDiskLeavesTheDeviceAsItWas) {
     EXPECT_EQ(device_.stored().count(1), 1U);
     expectAsBefore(1, true);
     EXPECT_FALSE(fs::exists(folder()));
+}
+
+TEST_F(RunTest, ADeviceThatVanishesDuringTheTransferIsToldOf) {
+    device_.hold("SetCellFIIR");
+    std::thread end([this] {
+        device_.awaitHeld();
+        device_.vanish();
+    });
+    EXPECT_EQ(calibrate(), kExitDevice);
+    device_.release();
+    end.join();
+    EXPECT_THAT(errors(), AllOf(HasSubstr("nothing was stored"),
+                                HasSubstr("the device could not be left as it was")));
+    EXPECT_THAT(device_.stored(), SizeIs(0));
 }
 
 TEST_F(RunTest, ATransferThatFailsLeavesTheDeviceAsItWas) {

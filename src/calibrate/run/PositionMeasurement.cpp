@@ -19,6 +19,7 @@ using measurement::Check;
 using measurement::Verdict;
 using report::SweepResult;
 
+constexpr double kUnheard = 6;      // dB above the silence, less is nothing
 constexpr double kListening = 1.5;  // s
 
 // Levels of the microphone's largest sample, dB of full scale.
@@ -91,6 +92,12 @@ bool isLasting(const SweepResult& result) {
 
 bool isUnusable(const SweepResult& result) {
     return result.checks.worst() == Verdict::unusable;
+}
+
+/// Nothing but the room's noise was recorded.
+bool isUnheard(const SweepResult& result) {
+    return isUnusable(result) && result.level && result.noise &&
+           *result.level - *result.noise < kUnheard;
 }
 
 Json json(const SweepResult& result) {
@@ -294,6 +301,9 @@ std::string unusableText(const std::vector<SweepResult>& results) {
     std::string all;
     for (const auto& text : texts)
         all += (all.empty() ? "" : " ") + text;
+    if (results.size() > 1 && std::ranges::all_of(results, isUnheard))
+        all +=
+            " If they do play, the microphone that listens is another one: choose it with --mic.";
     return all;
 }
 
