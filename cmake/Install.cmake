@@ -19,3 +19,6 @@ install(FILES completions/vesk-calibrate.bash
     DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
     RENAME vesk-calibrate
 )
+install(FILES completions/_vesk-calibrate
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions"
+)
