@@ -1,5 +1,7 @@
 #pragma once
 
+#include <alsa/asoundlib.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -9,8 +11,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-struct _snd_pcm;
 
 namespace calibrate {
 
@@ -52,7 +52,7 @@ private:
     [[noreturn]] void failRunning(int error) const;
 
     const std::string name_;
-    const std::unique_ptr<_snd_pcm, int (*)(_snd_pcm*)> pcm_;
+    const std::unique_ptr<snd_pcm_t, int (*)(snd_pcm_t*)> pcm_;
     unsigned rate_{0};
     std::size_t frameSize_{0};      // bytes
     std::size_t channelOffset_{0};  // bytes

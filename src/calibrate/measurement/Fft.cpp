@@ -10,8 +10,11 @@ namespace {
 
 using Transform = Eigen::FFT<double>;
 
-Transform halfSpectrumTransform() {
-    return Transform(Transform::impl_type(), Transform::HalfSpectrum);
+/// One for each thread: it keeps the factors of every size that it has seen, whose sines and
+/// cosines take as long as a transform.
+Transform& halfSpectrumTransform() {
+    thread_local Transform transform(Transform::impl_type(), Transform::HalfSpectrum);
+    return transform;
 }
 
 }  // namespace
