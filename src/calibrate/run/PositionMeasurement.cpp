@@ -94,9 +94,12 @@ bool isUnusable(const SweepResult& result) {
     return result.checks.worst() == Verdict::unusable;
 }
 
-/// Nothing but the room's noise was recorded.
+/// The microphone works, and recorded nothing but the room's noise.
 bool isUnheard(const SweepResult& result) {
-    return isUnusable(result) && result.level && result.noise &&
+    const auto isNoSweep = [](const Check& check) {
+        return check.verdict == Verdict::unusable && check.subject == Check::Subject::sweep;
+    };
+    return std::ranges::any_of(result.checks.checks, isNoSweep) && result.level && result.noise &&
            *result.level - *result.noise < kUnheard;
 }
 
@@ -149,6 +152,8 @@ std::vector<SweepResult> PositionMeasurement::measureAgain(const std::string& st
     order.insert(order.begin(), order.front());
     const double moment = arrival_ + profile_.sweepPeriod() / 4;
     bool switched = false;
+    if (recorder_.drifts())
+        order.push_back(order.front());
     const auto recording = recorder_.play(order, step, [&](double recorded) {
         if (switched || recorded < moment)
             return;
@@ -156,8 +161,6 @@ std::vector<SweepResult> PositionMeasurement::measureAgain(const std::string& st
         switchOn();
     });
     auto results = evaluate(recording, silence_, order, recorder_.drifts());
-    if (recorder_.drifts())
-        order.push_back(order.front());
     results.erase(results.begin());
     return results;
 }
