@@ -31,7 +31,7 @@ ProgressBar::~ProgressBar() {
 void ProgressBar::update(double fraction, const std::string& step) {
     if (fraction > fraction_)
         fraction_ = std::min(fraction, 1.0);
-    const int percent = static_cast<int>(fraction_ * 100 + 0.5);
+    const auto percent = static_cast<int>(std::lround(fraction_ * 100));
     const std::size_t filled = kBarColumns * static_cast<std::size_t>(percent) / 100;
     show(percentText(percent),
          '[' + std::string(filled, '#') + std::string(kBarColumns - filled, '.') + "] ", step);
