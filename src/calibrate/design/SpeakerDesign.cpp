@@ -11,8 +11,10 @@
 namespace calibrate::design {
 namespace {
 
-constexpr double kSeconds = 1.2;  // of the transforms, which resolve its inverse in Hz
-constexpr int kTries = 4;
+constexpr double kSeconds = 1.2;      // of the transforms, which resolve its inverse in Hz
+constexpr double kCoarser = 1.0 / 6;  // octaves, of the first step to a simpler curve
+constexpr int kCoarserSteps = 5;      // each twice as coarse as the one before
+constexpr int kHalvings = 8;          // of what is left then
 constexpr int kBoostTries = 12;
 constexpr double kTolerance = 0.01;      // dB
 constexpr double kOverCorrection = 1.2;  // what is cut off also lowers the level
@@ -70,21 +72,15 @@ std::vector<double> ideal(const CorrectionCurve& curve, double sampleRate) {
     return impulse;
 }
 
-constexpr int kHalvings = 8;
-
-/// The curve with as much of its detail, and at last of its depth, as the delay allows.
-CorrectionCurve withinGroupDelay(const CorrectionCurve& curve, double sampleRate, double most) {
-    const auto fits = [&](const CorrectionCurve& candidate) {
-        return largestGroupDelay(ideal(candidate, sampleRate), sampleRate, curve.lowest,
-                                 curve.highest) <= most;
-    };
-    CorrectionCurve candidate = curve;
-    for (double octaves = 1.0 / 6; octaves < 4 && !fits(candidate); octaves *= 2)
-        candidate = coarser(curve, octaves);
-    for (int i = 0; i < kHalvings && !fits(candidate); ++i)
-        std::ranges::transform(candidate.gains, candidate.gains.begin(),
-                               [](double gain) { return gain / 2; });
-    return candidate;
+/// The curve with less detail the higher the step, and at last with less depth.
+CorrectionCurve simplified(const CorrectionCurve& curve, int step) {
+    if (step == 0)
+        return curve;
+    const int halvings = std::max(step - kCoarserSteps, 0);
+    auto result = coarser(curve, std::ldexp(kCoarser, step - halvings - 1));
+    std::ranges::transform(result.gains, result.gains.begin(),
+                           [halvings](double gain) { return std::ldexp(gain, -halvings); });
+    return result;
 }
 
 Spectrum spectrumOf(const ParallelFilter& filter) {
@@ -167,34 +163,38 @@ ParallelFilter FilterMaker::withoutCorrection() const {
     return {capacity_.sampleRate, {1}, {}};
 }
 
-/// Cuts off as much of the curve as the filter has too much, and at last takes a filter without any
-/// correction.
-ParallelFilter FilterMaker::fitWithinBoost(CorrectionCurve curve, double maxBoost) const {
+/// Cuts off as much of the curve as the filter has too much. None: that does not help.
+std::optional<ParallelFilter> FilterMaker::fitWithinBoost(CorrectionCurve curve,
+                                                          double maxBoost) const {
     double most = std::ranges::max(curve.gains);
     for (int attempt = 0; attempt < kBoostTries; ++attempt) {
         auto filter = fit_.fit(ideal(curve, capacity_.sampleRate));
+        if (!filter.isStable())
+            throw std::logic_error("a correction filter came out unstable");
         const double excess = boost(filter, curve.lowest, curve.highest) - maxBoost;
         if (excess <= kTolerance)
             return filter;
         most -= kOverCorrection * excess;
         cutAbove(curve, most);
     }
-    return withoutCorrection();
+    return std::nullopt;
 }
 
 ParallelFilter FilterMaker::make(const CorrectionCurve& curve, const Limits& limits) const {
     checkLimits(limits);
     const double maxBoost = std::max(limits.maxBoost, curve.boost());
-    CorrectionCurve candidate = curve;
-    // A fit may have more delay than its curve: the curve then gets less.
-    double allowed = limits.maxGroupDelay;
-    for (int attempt = 0; attempt <= kTries; ++attempt, allowed *= 0.7) {
-        auto filter = fitWithinBoost(candidate, maxBoost);
-        if (!filter.isStable())
-            throw std::logic_error("a correction filter came out unstable");
-        if (largestGroupDelay(filter, curve.lowest, curve.highest) <= limits.maxGroupDelay)
-            return filter;
-        candidate = withinGroupDelay(curve, capacity_.sampleRate, allowed);
+    const auto isSlow = [&](const std::vector<double>& impulse) {
+        return largestGroupDelay(impulse, capacity_.sampleRate, curve.lowest, curve.highest) >
+               limits.maxGroupDelay;
+    };
+    for (int step = 0; step <= kCoarserSteps + kHalvings; ++step) {
+        const auto candidate = simplified(curve, step);
+        // The whole curve's filter may have less delay than the curve itself.
+        if (step > 0 && isSlow(ideal(candidate, capacity_.sampleRate)))
+            continue;
+        const auto filter = fitWithinBoost(candidate, maxBoost);
+        if (filter && !isSlow(filter->impulseResponse(lengthFor(capacity_.sampleRate))))
+            return *filter;
     }
     return withoutCorrection();
 }

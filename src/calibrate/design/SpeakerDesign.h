@@ -3,6 +3,7 @@
 #include "calibrate/design/CorrectionCurve.h"
 #include "calibrate/design/ParallelFilter.h"
 
+#include <optional>
 #include <vector>
 
 namespace calibrate::design {
@@ -27,7 +28,7 @@ public:
     const FilterCapacity& capacity() const { return capacity_; }
 
 private:
-    ParallelFilter fitWithinBoost(CorrectionCurve curve, double maxBoost) const;
+    std::optional<ParallelFilter> fitWithinBoost(CorrectionCurve curve, double maxBoost) const;
     ParallelFilter withoutCorrection() const;
 
     FilterCapacity capacity_;
