@@ -38,6 +38,6 @@ void addRunOptions(CLI::App& command, RunOptions& options);
 /// Calibrates a room: measures all speakers, designs a filter for each, stores them in a slot, puts
 /// it to use, measures the result and writes a report. However it ends before that, the device is
 /// as it was.
-void calibrateRoom(EndpointClient& client, const RunOptions& options, const Console& console);
+void calibrateRoom(EndpointClient& client, const RunOptions& given, const Console& console);
 
 }  // namespace calibrate

@@ -50,6 +50,7 @@ std::vector<FilterFile> readFiles(const UploadOptions& options) {
                        counted(paths.size(), "file") + ": give one for all, or one for each");
     }
     std::vector<FilterFile> files;
+    files.reserve(paths.size());
     for (const auto& path : paths)
         files.push_back(readFilterFile(path, options.format));
     for (std::size_t i = 0; i < files.size() && !options.gains.empty(); ++i)
