@@ -1,6 +1,7 @@
-// kill -9 of the device at random moments while a client transfers designs. What the client may
-// rely on: once EndFilterTransfer has answered OK, the slot outlives the device's death, whole.
-// A transfer that was cut off has replaced its slot completely or not at all.
+// kill -9 of the device at random moments while a client transfers designs and another one asks
+// questions. What the first may rely on: once EndFilterTransfer has answered OK, the slot outlives
+// the device's death, whole. A transfer that was cut off has replaced its slot completely or not at
+// all.
 //
 // VESK_CRASH_ROUNDS and VESK_CRASH_SEED set how often, and repeat a run; scripts/crash-test kills
 // 200 times.
@@ -94,6 +95,16 @@ protected:
         return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
     }
 
+    /// Another client, whose calls only read.
+    static void askUntilGone() {
+        CalibrationClient reader;
+        for (grpc::Status status; status.ok();) {
+            grpc::ClientContext context;
+            dio::endpoint::DeviceInfo info;
+            status = reader.stub().GetDeviceInfo(&context, {}, &info);
+        }
+    }
+
     /// Within the time of the next few transfers.
     void killDuringTransfers() {
         const auto range = static_cast<std::uint32_t>(kTransfersPerKill * timeTransfer().count());
@@ -102,9 +113,11 @@ protected:
             while (transferNext()) {
             }
         });
+        std::thread questions(askUntilGone);
         std::this_thread::sleep_for(delay);
         device().process().signal(SIGKILL);
         transfers.join();
+        questions.join();
         device().kill();
     }
 
