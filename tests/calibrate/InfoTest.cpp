@@ -33,7 +33,7 @@ TEST_F(InfoTest, ShowsTheWholeTopologyAsText) {
     EXPECT_THAT(output(), ContainsRegex("0 +Front left +0 +0 +0\n"));
     EXPECT_THAT(output(), ContainsRegex("1 +Front right +4 .subwoofer. +3 +1\n"));
     EXPECT_THAT(output(), ContainsRegex("0 +Microphone\n"));
-    EXPECT_THAT(output(), ContainsRegex("2 +2 +2 +matrix +delay_gain +0, 1\n"));
+    EXPECT_THAT(output(), ContainsRegex("2 +3 +3 +matrix +delay_gain +0, 1\n"));
     EXPECT_THAT(output(), ContainsRegex("5 +2 +2 +diagonal +fiir +0, 1\n"));
     EXPECT_THAT(output(), ContainsRegex("fiir +1 +44.1 kHz +1000 taps, 30 biquads\n"));
     EXPECT_THAT(output(), ContainsRegex("iir +0 +48 kHz +6 biquads\n"));
