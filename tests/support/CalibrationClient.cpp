@@ -15,7 +15,7 @@ std::shared_ptr<grpc::Channel> connect(const std::string& address) {
     grpc::ChannelArguments arguments;
     arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
     arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, 10);
-    arguments.SetInt(GRPC_ARG_MIN_RECONNECT_BACKOFF_MS, 10);
+    arguments.SetInt(GRPC_ARG_MIN_RECONNECT_BACKOFF_MS, 10'000);  // the time to connect
     arguments.SetInt(GRPC_ARG_MAX_RECONNECT_BACKOFF_MS, 10);
     arguments.SetInt(GRPC_ARG_ENABLE_HTTP_PROXY, 0);
     return grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), arguments);
