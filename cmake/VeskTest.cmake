@@ -1,5 +1,5 @@
 # vesk_add_test(NAME name SOURCES file... LIBRARIES target...
-#               [RESOURCE_LOCK lock...] [LABELS label...] [NO_MAIN])
+#               [RESOURCE_LOCK lock...] [LABELS label...] [RUN_SERIAL] [NO_MAIN])
 #
 # Builds the GoogleTest executable `name` and registers each of its tests with ctest as
 # "name.Suite.Test".
@@ -8,9 +8,10 @@
 #                every test that needs TCP port 5002 or the System V key 1234.
 # LABELS         "threaded" marks tests that are worth running under the thread sanitizer.
 #                The target vesk_threaded_tests builds them.
+# RUN_SERIAL     No other test runs meanwhile: for those that a busy machine would let fail.
 # NO_MAIN        The sources, or a library, bring their own main(); otherwise GoogleMock's is used.
 function(vesk_add_test)
-    cmake_parse_arguments(PARSE_ARGV 0 TEST "NO_MAIN" "NAME" "SOURCES;LIBRARIES;RESOURCE_LOCK;LABELS")
+    cmake_parse_arguments(PARSE_ARGV 0 TEST "NO_MAIN;RUN_SERIAL" "NAME" "SOURCES;LIBRARIES;RESOURCE_LOCK;LABELS")
     if(NOT TEST_NAME OR NOT TEST_SOURCES OR TEST_UNPARSED_ARGUMENTS)
         message(FATAL_ERROR "vesk_add_test: NAME and SOURCES are needed; "
                             "not understood: \"${TEST_UNPARSED_ARGUMENTS}\"")
@@ -44,6 +45,9 @@ function(vesk_add_test)
     endif()
     if(TEST_RESOURCE_LOCK)
         string(APPEND properties " RESOURCE_LOCK \"${TEST_RESOURCE_LOCK}\"")
+    endif()
+    if(TEST_RUN_SERIAL)
+        string(APPEND properties " RUN_SERIAL TRUE")
     endif()
     if(properties)
         set(script "${CMAKE_CURRENT_BINARY_DIR}/${TEST_NAME}_properties.cmake")
