@@ -257,7 +257,7 @@ TEST_F(AudioRecorderTest, RecordsAfterTenSecondsWithoutAnAnswer) {
     const auto begin = Clock::now();
     AudioRecorder recorder(QStringLiteral("mic"), 48000, nobody());
     EXPECT_GE(Clock::now() - begin, std::chrono::seconds(10));
-    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(15));
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(30));
     EXPECT_TRUE(log().contains("ERROR Acquisition of the microphone resource timed out"));
     EXPECT_TRUE(recorder.wait());
     EXPECT_THAT(microphone().reads(), ElementsAre(128));
