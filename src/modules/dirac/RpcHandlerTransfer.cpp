@@ -233,8 +233,7 @@ grpc::Status RpcHandler::checkBassControl(const FilterTransfer& transfer) {
         return grpc::Status::OK;
     return invalidArgument(
         "Filter transfer: bass control needs cells in section 4 of each variant, none above, and "
-        "in "
-        "each cell what its section carries");
+        "in each cell what its section carries");
 }
 
 void RpcHandler::createSlot(const FilterTransfer& transfer) {

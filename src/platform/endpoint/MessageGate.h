@@ -10,7 +10,7 @@ class MessageGate {
 public:
     explicit MessageGate(int places) : free_(places) {}
 
-    /// A place, taken until the object ends or gives it back. The gate must outlive it.
+    /// A place, taken for as long as the object lives. The gate must outlive it.
     class Place {
     public:
         /// Waits for one.

@@ -35,9 +35,9 @@ int check(int result, const std::string& what) {
     return result;
 }
 
-/// Held around every call that touches a socket. Two ends in one process run in each other's
-/// contexts, and nanomsg does not keep one from being closed while the other connects to it, sends
-/// or receives: it crashes. None of the calls waits for anything.
+/// Held around every call on a socket that may be connected. Two ends in one process run in each
+/// other's contexts, and nanomsg does not keep one from being closed while the other connects to
+/// it, sends or receives: it crashes. None of the calls waits for anything.
 std::mutex& callMutex() {
     static std::mutex mutex;
     return mutex;
