@@ -4,8 +4,6 @@
 #include "calibrate/Errors.h"
 #include "calibrate/Text.h"
 
-#include <alsa/asoundlib.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -77,6 +75,7 @@ std::string quoted(const std::string& name) {
 }
 
 snd_pcm_t* openPcm(const std::string& name) {
+    const AlsaHush hush;
     snd_pcm_t* pcm = nullptr;
     const int result = snd_pcm_open(&pcm, name.c_str(), SND_PCM_STREAM_CAPTURE, SND_PCM_NONBLOCK);
     if (result < 0)
@@ -128,16 +127,11 @@ const Format& chooseFormat(const std::string& name, snd_pcm_t* pcm, snd_pcm_hw_p
     return *format;
 }
 
-snd_pcm_t* openQuietly(const std::string& name) {
-    const AlsaHush hush;
-    return openPcm(name);
-}
-
 }  // namespace
 
 AlsaCapture::AlsaCapture(const std::string& name, unsigned channel,
                          const std::vector<unsigned>& rates)
-    : name_(name), pcm_(openQuietly(name), &snd_pcm_close) {
+    : name_(name), pcm_(openPcm(name), &snd_pcm_close) {
     const AlsaHush hush;
     configure(channel, rates);
 }
@@ -238,12 +232,11 @@ void AlsaCapture::take(const std::byte* frames, std::size_t count) {
     arrived_.notify_all();
 }
 
-int AlsaCapture::check(int result, const std::string& action) const {
+void AlsaCapture::check(int result, const std::string& action) const {
     if (result < 0) {
         throw DeviceError(DeviceError::Reason::failed,
                           quoted(name_) + " cannot " + action + ": " + snd_strerror(result));
     }
-    return result;
 }
 
 void AlsaCapture::failRunning(int error) const {

@@ -48,7 +48,7 @@ private:
     void configure(unsigned channel, const std::vector<unsigned>& rates);
     void capture(const std::stop_token& stop);
     void take(const std::byte* frames, std::size_t count);
-    int check(int result, const std::string& action) const;
+    void check(int result, const std::string& action) const;
     [[noreturn]] void failRunning(int error) const;
 
     const std::string name_;

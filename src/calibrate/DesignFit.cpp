@@ -11,18 +11,8 @@
 namespace calibrate {
 namespace {
 
-constexpr unsigned kSubwoofer = 4;  // kind of a speaker
-constexpr int kBassSections = 5;
 constexpr double kSameRate = 0.5;   // Hz
 constexpr double kRounding = 1e-3;  // dB
-
-bool isSubwoofer(const protocol::SpeakerInfo& speaker) {
-    return speaker.kind() == kSubwoofer;
-}
-
-std::string named(std::size_t index, const std::string& name) {
-    return "speaker " + std::to_string(index) + " \"" + printable(name) + '"';
-}
 
 /// Compares a design with the device that it is meant for.
 class Fit {
@@ -68,9 +58,10 @@ private:
             const auto other = std::ranges::find(speakers_, name, &protocol::SpeakerInfo::name);
             if (name == speakers_[i].name() || other == speakers_.end())
                 continue;
-            warnings.push_back(file_ + ": the filter of " + named(i, name) + " goes to " +
-                               named(i, speakers_[i].name()) + ", because they count in order; \"" +
-                               printable(name) + "\" is the device's speaker " +
+            warnings.push_back(file_ + ": the filter of " + speakerText(i, name) + " goes to " +
+                               speakerText(i, speakers_[i].name()) +
+                               ", because they count in order; \"" + printable(name) +
+                               "\" is the device's speaker " +
                                std::to_string(other - speakers_.begin()));
         }
     }
@@ -81,11 +72,11 @@ private:
             return;
         const std::string number = std::to_string(index);
         if (speaker.subwoofer) {
-            refuse("its " + named(index, speaker.name) + " is a subwoofer, the device's " +
-                   named(index, speakers_[index].name()) +
+            refuse("its " + speakerText(index, speaker.name) + " is a subwoofer, the device's " +
+                   speakerText(index, speakers_[index].name()) +
                    " is none: give 'design' the speakers in the device's order");
         }
-        refuse("the device's " + named(index, speakers_[index].name()) +
+        refuse("the device's " + speakerText(index, speakers_[index].name()) +
                " is a subwoofer: design with --subwoofer " + number);
     }
 
@@ -125,9 +116,9 @@ private:
         const auto& capacity = variants_[index];
         for (std::size_t i = 0; i < design_.speakers.size(); ++i) {
             const auto& speaker = design_.speakers[i];
-            checkFilter(named(i, speaker.name), speaker.filters[index], capacity.filter);
+            checkFilter(speakerText(i, speaker.name), speaker.filters[index], capacity.filter);
             if (design_.bassCells.empty())
-                checkAlignment(named(i, speaker.name), speaker.alignment, capacity.alignment);
+                checkAlignment(speakerText(i, speaker.name), speaker.alignment, capacity.alignment);
         }
         if (design_.bassCells.empty())
             return;
@@ -224,7 +215,7 @@ DesignCapacity readDesignCapacity(EndpointClient& client, const protocol::Device
              ifOffered([&] { return client.iirInfo(id); }).value_or(protocol::IIRInfo())});
     }
     if (std::ranges::any_of(capacity.speakers, isSubwoofer))
-        for (int section = 0; section < kBassSections; ++section)
+        for (int section = 0; section < static_cast<int>(design::kBassSections); ++section)
             capacity.bassSections.push_back(client.sectionInfo(section));
     return capacity;
 }

@@ -42,6 +42,11 @@ bool SlotTable::looksEmpty(const protocol::SlotInfo& slot) {
     return slot.name().empty() && slot.creation_time() == 0;
 }
 
+bool isSubwoofer(const protocol::SpeakerInfo& speaker) {
+    constexpr unsigned kSubwoofer = 4;
+    return speaker.kind() == kSubwoofer;
+}
+
 std::vector<protocol::SpeakerInfo> readSpeakers(EndpointClient& client,
                                                 const protocol::DeviceInfo& device) {
     std::vector<protocol::SpeakerInfo> speakers;

@@ -78,6 +78,9 @@ struct Topology {
     SlotTable slots;
 };
 
+/// Whether a speaker plays the bass of the others, and is crossed over to them.
+bool isSubwoofer(const protocol::SpeakerInfo& speaker);
+
 std::vector<protocol::SpeakerInfo> readSpeakers(EndpointClient& client,
                                                 const protocol::DeviceInfo& device);
 std::vector<std::string> readSpeakerNames(EndpointClient& client,

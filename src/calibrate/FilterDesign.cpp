@@ -208,8 +208,7 @@ void warnOfGain(const FilterDesign& design, const std::vector<std::string>& name
                 std::vector<std::string>& warnings) {
     for (std::size_t i = 0; i < names.size(); ++i) {
         const auto boost = largestBoost(design, i);
-        const std::string speaker =
-            "speaker " + std::to_string(i) + " \"" + printable(names[i]) + '"';
+        const std::string speaker = speakerText(i, names[i]);
         if (boost.gain == -kInfinite) {
             warnings.push_back(speaker + ": every tap is 0, it will be silent");
         } else if (boost.gain > kNotableBoost) {

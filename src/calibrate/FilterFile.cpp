@@ -2,17 +2,16 @@
 
 #include "calibrate/Errors.h"
 #include "calibrate/Text.h"
+#include "calibrate/TextFile.h"
 
 #include <sndfile.h>
 
 #include <algorithm>
 #include <bit>
 #include <cctype>
-#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <fstream>
 #include <limits>
 #include <memory>
@@ -55,19 +54,11 @@ bool isOneOf(std::string_view extension, std::initializer_list<std::string_view>
     return std::find(list.begin(), list.end(), extension) != list.end();
 }
 
-void checkReadable(const fs::path& path) {
-    std::error_code error;
-    const auto status = fs::status(path, error);
-    if (status.type() == fs::file_type::not_found)
-        refuse(path, "no such file");
-    if (error)
-        refuse(path, "cannot be read: " + error.message());
-    if (fs::is_directory(status))
+void checkFile(const fs::path& path) {
+    std::error_code ignored;
+    if (fs::is_directory(path, ignored))
         refuse(path, "is a directory; name the files in it");
-    if (!fs::is_regular_file(status))
-        refuse(path, "is no regular file");
-    if (!std::ifstream(path, std::ios::binary))
-        refuse(path, std::string("cannot be read: ") + std::strerror(errno));
+    checkReadable(path);
 }
 
 double headerlessRate(const fs::path& path, const HeaderlessFormat& format) {
@@ -238,7 +229,7 @@ std::string FilterFile::name() const {
 }
 
 FilterFile readFilterFile(const fs::path& path, const HeaderlessFormat& format) {
-    checkReadable(path);
+    checkFile(path);
     FilterFile file = readByExtension(path, format);
     checkTaps(file);
     checkRate(file);

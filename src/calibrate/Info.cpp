@@ -30,18 +30,16 @@ void printIdentity(std::ostream& out, const protocol::DeviceInfo& device) {
 }
 
 void printSpeakers(std::ostream& out, const std::vector<protocol::SpeakerInfo>& speakers) {
-    constexpr unsigned kSubwoofer = 4;
     printHeading(out, "Speakers");
     TextTable table({"Index", "Name", "Kind", "Group", "Input"});
     for (std::size_t i = 0; i < speakers.size(); ++i) {
         const auto& speaker = speakers[i];
         const std::string kind = std::to_string(speaker.kind());
-        table.add({std::to_string(i), printable(speaker.name()),
-                   speaker.kind() == kSubwoofer ? kind + " (subwoofer)" : kind,
-                   std::to_string(speaker.group()),
-                   speaker.has_associated_input()
-                       ? std::to_string(speaker.associated_input().value())
-                       : "-"});
+        table.add(
+            {std::to_string(i), printable(speaker.name()),
+             isSubwoofer(speaker) ? kind + " (subwoofer)" : kind, std::to_string(speaker.group()),
+             speaker.has_associated_input() ? std::to_string(speaker.associated_input().value())
+                                            : "-"});
     }
     table.print(out, kIndent);
 }

@@ -53,8 +53,8 @@ public:
 
 /// Which microphone is wanted.
 struct MicrophoneChoice {
-    std::string name{
-        "0"};        ///< a number: of the device's, from 0; else an ALSA name of this machine
+    /// A number: of the device's, from 0. Anything else: an ALSA name of this machine.
+    std::string name{"0"};
     int channel{0};  ///< of this machine's, from 0
 };
 

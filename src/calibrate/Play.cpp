@@ -59,7 +59,7 @@ Stimulus readStimulus(EndpointClient& client, protocol::StimulusType type,
 }
 
 std::string describe(const Stimulus::Speaker& speaker) {
-    return "speaker " + std::to_string(speaker.index) + " \"" + printable(speaker.name) + '"';
+    return speakerText(static_cast<std::size_t>(speaker.index), speaker.name);
 }
 
 void sweep(EndpointClient& client, const StimulusOptions& options, const Console& console) {

@@ -106,6 +106,10 @@ std::string counted(std::size_t count, std::string_view noun) {
     return std::to_string(count) + ' ' + std::string(noun) + (count == 1 ? "" : "s");
 }
 
+std::string speakerText(std::size_t index, std::string_view name) {
+    return "speaker " + std::to_string(index) + " \"" + printable(name) + '"';
+}
+
 std::string utcTime(long long millisecondsSinceEpoch) {
     if (millisecondsSinceEpoch < kYear2000 || millisecondsSinceEpoch >= kYear2200)
         return {};

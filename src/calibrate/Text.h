@@ -34,6 +34,9 @@ std::string hertz(double frequency);
 /// "1 tap", "2 taps".
 std::string counted(std::size_t count, std::string_view noun);
 
+/// A speaker as a person is told of it: "speaker 0 \"Left\"".
+std::string speakerText(std::size_t index, std::string_view name);
+
 /// Milliseconds since the Unix epoch as UTC, "2024-05-01 12:30:00 UTC"; empty when the number is
 /// no time of the years 2000 to 2199, because then it counts something else.
 std::string utcTime(long long millisecondsSinceEpoch);

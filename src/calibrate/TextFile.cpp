@@ -19,17 +19,6 @@ namespace fs = std::filesystem;
     throw BadInput(printable(path.string()) + ": " + why);
 }
 
-void checkReadable(const fs::path& path) {
-    std::error_code error;
-    const auto status = fs::status(path, error);
-    if (status.type() == fs::file_type::not_found)
-        refuse(path, "no such file");
-    if (error)
-        refuse(path, "cannot be read: " + error.message());
-    if (!fs::is_regular_file(status))
-        refuse(path, "is no regular file");
-}
-
 class Descriptor {
 public:
     explicit Descriptor(const fs::path& path)
@@ -64,11 +53,22 @@ WriteError::WriteError(fs::path path, const std::string& reason)
       reason_(reason) {
 }
 
+void checkReadable(const fs::path& path) {
+    std::error_code error;
+    const auto status = fs::status(path, error);
+    if (status.type() == fs::file_type::not_found)
+        refuse(path, "no such file");
+    if (error)
+        refuse(path, "cannot be read: " + error.message());
+    if (!fs::is_regular_file(status))
+        refuse(path, "is no regular file");
+    if (!std::ifstream(path, std::ios::binary))
+        refuse(path, std::string("cannot be read: ") + std::strerror(errno));
+}
+
 std::string readTextFile(const fs::path& path, std::size_t most) {
     checkReadable(path);
     std::ifstream file(path, std::ios::binary);
-    if (!file)
-        refuse(path, std::string("cannot be read: ") + std::strerror(errno));
     std::string text;
     char block[65536];
     while (file.read(block, sizeof block) || file.gcount() > 0) {

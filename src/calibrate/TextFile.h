@@ -22,6 +22,9 @@ private:
     std::string reason_;
 };
 
+/// Throws BadInput that names a file when it is missing, no regular file or cannot be opened.
+void checkReadable(const std::filesystem::path& path);
+
 /// The whole of a regular file. Throws BadInput that names it when it is missing, cannot be read or
 /// has more than `most` bytes.
 std::string readTextFile(const std::filesystem::path& path, std::size_t most);

@@ -26,6 +26,14 @@ enum class Pass { low, high };
 /// -6 dB at `frequency` (Hz), in phase there, and add up to an all-pass.
 std::vector<Biquad> linkwitzRiley(Pass pass, double frequency, double sampleRate);
 
+/// The sections of a device's bass control, from 0.
+inline constexpr unsigned kBassSections = 5;
+
+/// Whether a cell of this section has a delay and a gain; those of the others have biquads.
+constexpr bool holdsDelay(unsigned section) {
+    return section == 2 || section == 4;
+}
+
 /// One cell of a device's bass-control matrix; it maps an input of its section to an output.
 struct BassCell {
     unsigned section{0};

@@ -27,12 +27,6 @@ constexpr double kMostDelay = 1'000;   // ms
 constexpr double kMostGain = 200;      // dB, up and down
 constexpr double kMostSamples = 1e6;   // of delay
 constexpr double kSameRate = 0.5;      // Hz
-constexpr unsigned kBassSections = 5;
-
-/// Whether a cell of this bass section has a delay and a gain; those of the others have biquads.
-bool holdsDelay(unsigned section) {
-    return section == 2 || section == 4;
-}
 
 // ---- Writing ------------------------------------------------------------------------------------
 
@@ -178,14 +172,10 @@ private:
     std::string place_;  // "speakers[0].filters[1]"; empty: the whole document
 };
 
-bool isDecaying(float a1, float a2) {
-    return std::abs(a2) < 1 && std::abs(a1) < 1 + a2;
-}
-
 Section sectionOf(const Value& value) {
     const Section section{value["a1"].coefficient(), value["a2"].coefficient(),
                           value["b0"].coefficient(), value["b1"].coefficient()};
-    if (!isDecaying(section.a1, section.a2))
+    if (!decays(section.a1, section.a2))
         value.refuse("is unstable: it would ring for ever, and louder and louder");
     return section;
 }
@@ -194,7 +184,7 @@ Biquad biquadOf(const Value& value) {
     const Biquad biquad{value["a1"].coefficient(), value["a2"].coefficient(),
                         value["b0"].coefficient(), value["b1"].coefficient(),
                         value["b2"].coefficient()};
-    if (!isDecaying(biquad.a1, biquad.a2))
+    if (!decays(biquad.a1, biquad.a2))
         value.refuse("is unstable: it would ring for ever, and louder and louder");
     return biquad;
 }

@@ -18,13 +18,6 @@ constexpr double kLargestA2 = 1 - 0x1p-22;
 constexpr double kRidge = 1e-10;      // keeps the normal equations solvable
 constexpr double kFadedTaps = 0.125;  // part of the taps that fade out where no section goes on
 
-/// The poles lie within the unit circle.
-bool decays(const Section& section) {
-    const auto a1 = static_cast<double>(section.a1);
-    const auto a2 = static_cast<double>(section.a2);
-    return std::abs(a2) < 1 && std::abs(a1) < 1 + a2;
-}
-
 /// Poles' frequencies at equal ratios; each as wide as the way to its neighbours.
 std::vector<Section> fixedPoles(const FilterCapacity& capacity, double lowest) {
     const auto count = capacity.maxSections;
@@ -42,7 +35,7 @@ std::vector<Section> fixedPoles(const FilterCapacity& capacity, double lowest) {
         section.a1 = static_cast<float>(-2 * radius * std::cos(angle));
         section.a2 = static_cast<float>(std::min(radius * radius, kLargestA2));
         // At high rates the poles of low frequencies are closer to 1 than floats are to each other.
-        while (!decays(section))
+        while (!decays(section.a1, section.a2))
             section.a1 = std::nextafter(section.a1, 0.0F);
         frequency *= ratio;
     }
@@ -129,9 +122,16 @@ void fadeOut(std::vector<float>& taps) {
 
 }  // namespace
 
+bool decays(float a1, float a2) {
+    const auto first = static_cast<double>(a1);
+    const auto second = static_cast<double>(a2);
+    return std::abs(second) < 1 && std::abs(first) < 1 + second;
+}
+
 bool ParallelFilter::isStable() const {
     const auto isFine = [](const Section& section) {
-        return decays(section) && std::isfinite(section.b0) && std::isfinite(section.b1);
+        return decays(section.a1, section.a2) && std::isfinite(section.b0) &&
+               std::isfinite(section.b1);
     };
     return std::ranges::all_of(sections, isFine) &&
            std::ranges::all_of(taps, [](float tap) { return std::isfinite(tap); });

@@ -8,6 +8,9 @@
 
 namespace calibrate::design {
 
+/// Whether the poles of 1 / (1 + a1 z⁻¹ + a2 z⁻²) lie within the unit circle.
+bool decays(float a1, float a2);
+
 /// (b0 + b1 z⁻¹) / (1 + a1 z⁻¹ + a2 z⁻²), in parallel to the taps.
 struct Section {
     float a1{0};

@@ -5,11 +5,6 @@
 namespace calibrate::run {
 namespace {
 
-/// Sections whose cells hold a delay and a gain; those of the others hold biquads.
-bool holdsDelay(unsigned section) {
-    return section == 2 || section == 4;
-}
-
 protocol::FIIR message(const design::ParallelFilter& filter, const protocol::FIIRInfo& variant) {
     protocol::FIIR message;
     *message.mutable_info() = variant;
@@ -74,8 +69,7 @@ private:
 
     void addSpeaker(std::size_t index) {
         const auto& speaker = design_.speakers[index];
-        const std::string what =
-            "sending speaker " + std::to_string(index) + " \"" + printable(speaker.name) + '"';
+        const std::string what = "sending " + speakerText(index, speaker.name);
         add(what, [index](EndpointClient& client) { client.setTransferCell(speakerCell(index)); });
         for (std::size_t i = 0; i < variants_.size(); ++i) {
             add(what, [filter = &speaker.filters.at(i), variant = variants_[i]](auto& client) {
@@ -109,7 +103,7 @@ private:
     void addCell(const std::string& what, const design::BassCell& cell,
                  const protocol::FIIRInfo& variant) {
         add(what, [&cell, variant](EndpointClient& client) {
-            if (holdsDelay(cell.section))
+            if (design::holdsDelay(cell.section))
                 client.setCellDelayGain(delayGain(cell, variant));
             else
                 client.setCellIir(iir(cell, variant));

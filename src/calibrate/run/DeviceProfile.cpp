@@ -12,7 +12,6 @@ namespace {
 
 using protocol::LogSweepInfo;
 
-constexpr unsigned kSubwoofer = 4;
 constexpr double kSubwoofersEnd = 120;  // Hz, up to which every subwoofer plays
 
 // What no device needs more of; the protocol takes no more either.
@@ -41,7 +40,7 @@ std::vector<DeviceProfile::Speaker> readAllSpeakers(EndpointClient& client,
                                                     const protocol::DeviceInfo& device) {
     std::vector<DeviceProfile::Speaker> speakers;
     for (const auto& info : readSpeakers(client, device))
-        speakers.push_back({printable(info.name()), info.kind() == kSubwoofer, info.group()});
+        speakers.push_back({printable(info.name()), isSubwoofer(info), info.group()});
     if (speakers.empty())
         fail("the device has no speakers");
     makeNamesDiffer(speakers);
