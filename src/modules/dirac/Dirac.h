@@ -1,6 +1,7 @@
 #pragma once
 
 #include "modules/dirac/FilterSegment.h"
+#include "modules/dirac/SlotImages.h"
 #include "sdk/cm/CMInitWatcher.h"
 #include "sdk/cm/CMNode.h"
 #include "sdk/cm/CMNodesWorker.h"
@@ -122,10 +123,10 @@ private:
     QVector<char> calculate(const VeskDiracSlot& slot, std::size_t rate, unsigned numSpeakers,
                             DiracConfiguration& image) const;
     void updateSpeakerConfig(DiracConfiguration& image) const;
-    bool diracSlotToFilterShm(const VeskDiracSlot& slot, DiracConfiguration& image) const;
+    bool diracSlotToFilterShm(const VeskDiracSlot& slot, DiracConfiguration& image);
     bool areAllPrecached(const VeskDiracSlotsList& list) const;
     bool isPrecached(const VeskDiracSlot& slot) const;
-    bool populate(DiracConfiguration& image, const VeskDiracSlotsList& list) const;
+    bool populate(DiracConfiguration& image, const VeskDiracSlotsList& list);
     void populatePrecached(DiracConfiguration& image, const VeskDiracSlot& slot) const;
 
     std::shared_ptr<endpoint::Server> server;
@@ -159,4 +160,5 @@ private:
 
     QMap<int, QMap<int, QVector<char>>> precacheMap;  // slot index, sample rate in Hz, data
     QMap<int, qint64> creationTimeMap;                // slot index, creation time of that data
+    SlotImages slotImages;
 };

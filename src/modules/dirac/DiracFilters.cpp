@@ -1,7 +1,6 @@
 #include "modules/dirac/Dirac.h"
 #include "modules/dirac/FilterFilePrecache.h"
 #include "modules/dirac/ScopedTrace.h"
-#include "modules/dirac/SlotConversion.h"
 #include "sdk/cm/VeskPaths.h"
 #include "sdk/dldsp/Dldsp.h"
 
@@ -41,9 +40,9 @@ void Dirac::updateSpeakerConfig(DiracConfiguration& image) const {
 }
 
 /// False when the slot is larger than the image, which must not be used then.
-bool Dirac::diracSlotToFilterShm(const VeskDiracSlot& slot, DiracConfiguration& image) const {
+bool Dirac::diracSlotToFilterShm(const VeskDiracSlot& slot, DiracConfiguration& image) {
     DIRAC_SCOPED_TRACE();
-    const auto excess = convertSlot(slot, image);
+    const auto excess = slotImages.fill(slot, image);
     if (excess)
         LOG4CPLUS_ERROR(logger, "Filter slot " << slot.slotIdx()
                                                << " does not fit the DSP's image: " << *excess);
@@ -128,6 +127,7 @@ void Dirac::on_slotsRuntime_changed(const VeskValue& value) {
         LOG4CPLUS_DEBUG(logger, "Erasing and precaching filters because change was detected");
         precacheAllFilters();
     }
+    slotImages.retain(list);
     if (!list.contains(VeskDiracSlotsList::ActiveSlot()))
         list.setActiveSlot(kNoSlot);
     LOG4CPLUS_DEBUG(logger, "Filtering enabled: " << list.filteringEnabled()
@@ -164,7 +164,7 @@ bool Dirac::isPrecached(const VeskDiracSlot& slot) const {
 
 /// Fills the active slot into the image and ends the bypass, unless filtering is off. False when
 /// the slot is larger than the image, which must not be used then.
-bool Dirac::populate(DiracConfiguration& image, const VeskDiracSlotsList& list) const {
+bool Dirac::populate(DiracConfiguration& image, const VeskDiracSlotsList& list) {
     const int active = list.activeSlot();
     if (!list.filteringEnabled() || active == kNoSlot)
         return true;
