@@ -197,18 +197,17 @@ void finish(Calibrator& calibrator, Placement& placement, const RunOptions& opti
 }  // namespace
 
 void addRunOptions(CLI::App& command, RunOptions& options) {
-    const auto between = [](double least, double most) { return CLI::Range(least, most); };
     command
         .add_option("-o,--output", options.folder, "New folder for the report; default: by time")
         ->type_name("DIR");
     command.add_option("--positions", options.positions, "Positions of the microphone; default: 1")
         ->type_name("N")
-        ->check(between(1, 64));
+        ->check(CLI::Range(1, 64));
     command.add_flag("--yes", options.confirmed, "Answer every question with yes");
     command
         .add_option("--pause", options.pause, "Seconds to move the microphone, instead of asking")
         ->type_name("S")
-        ->check(between(0, 3600));
+        ->check(CLI::Range(0.0, 3600.0));
     command.add_option("--slot", options.slot, "Slot to fill, from 0; default: the first empty")
         ->type_name("N");
     command.add_flag("--force", options.force, "Replace the slot's filter without asking");
@@ -221,13 +220,14 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
         ->type_name("FILE");
     command.add_option("--gain", options.gain, "Of the stimuli; default: found")
         ->type_name("DB")
-        ->check(between(-200, 60));
+        ->check(CLI::Range(-200.0, 60.0));
     addCorrectionOptions(command, options.correction);
     command
         .add_option("--play", options.playCommand,
                     "Plays the sound file $FILE on the device, to verify the result")
         ->type_name("COMMAND");
-    command.add_flag("!--no-verify", options.verify, "Do not measure the result");
+    command.add_flag_callback(
+        "--no-verify", [&options] { options.verify = false; }, "Do not measure the result");
     command.footer(kFooter);
 }
 

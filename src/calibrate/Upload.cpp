@@ -271,7 +271,7 @@ void checkAlignmentIsOn(EndpointClient& client, const Console& console) {
     const auto mode = ifOffered([&] { return client.operationMode(); });
     if (mode && !(mode->gain() && mode->delay())) {
         console.warn(
-            "the device's gain and delay are off, so that the design's alignment has no effect: "
+            "the device says that its gain and delay are off, which the design's alignment needs: "
             "'vesk-calibrate mode --gain-delay on' switches them on");
     }
 }

@@ -173,7 +173,7 @@ TEST_F(DesignUploadTest, AlignmentThatIsSwitchedOffIsToldOf) {
     device_.setMode(false, false, true);
     ASSERT_EQ(upload(), kExitOk);
 
-    EXPECT_THAT(errors(), HasSubstr("warning: the device's gain and delay are off"));
+    EXPECT_THAT(errors(), HasSubstr("warning: the device says that its gain and delay are off"));
 }
 
 TEST_F(DesignUploadTest, SpeakersInAnotherOrderAreToldOf) {

@@ -57,8 +57,7 @@ std::string unfilteredText(const std::string& speaker) {
     return quoted(speaker) +
            " sounds as it did without the correction: what the device plays does not go through "
            "the filter. Check with 'vesk-calibrate mode' that its correction is on, and that its "
-           "DSP "
-           "runs.";
+           "DSP runs.";
 }
 
 struct Finding {
