@@ -4,6 +4,7 @@
 #include "system/DeviceTest.h"
 
 #include <cstdlib>
+#include <future>
 #include <limits>
 #include <sstream>
 
@@ -91,13 +92,25 @@ protected:
         HostileClientTest::SetUp();
     }
 
-    long residentKilobytes() {
+    long residentKilobytes() { return kilobytes("VmRSS:"); }
+    long mostResidentKilobytes() { return kilobytes("VmHWM:"); }
+
+    /// As large as a message may be, and 28 times as large when it is unpacked.
+    static dio::endpoint::IIR largestMessage() {
+        dio::endpoint::IIR iir;
+        for (int i = 0; i < 220'000; ++i)
+            iir.add_biquads();
+        return iir;
+    }
+
+private:
+    long kilobytes(const std::string& field) {
         std::istringstream status(
             readFile("/proc/" + std::to_string(device().process().id()) + "/status"));
         for (std::string line; std::getline(status, line);)
-            if (line.starts_with("VmRSS:"))
-                return std::stol(line.substr(6));
-        return -1;
+            if (line.starts_with(field))
+                return std::stol(line.substr(field.size()));
+        throw std::runtime_error(field + " of the device");
     }
 };
 
@@ -196,6 +209,26 @@ TEST_F(DeviceMemoryTest, repeatingTheLargestTransferDoesNotMakeTheDeviceGrow) {
     for (int i = 0; i < 200; ++i)
         fillCell();
     EXPECT_LT(residentKilobytes(), before + 8 * 1024) << "kB, from " << before;
+}
+
+TEST_F(DeviceMemoryTest, manyOfTheLargestMessagesAtOnceTakeLittleMemory) {
+    constexpr int kClients = 64;
+    openTransfer(1);
+    const auto message = largestMessage();
+    const long before = mostResidentKilobytes();
+    std::vector<std::unique_ptr<CalibrationClient>> clients;
+    std::vector<std::future<grpc::StatusCode>> answers;
+    for (int i = 0; i < kClients; ++i) {
+        auto& client = *clients.emplace_back(std::make_unique<CalibrationClient>());
+        answers.push_back(std::async(std::launch::async, [&client, &message] {
+            grpc::ClientContext context;
+            dio::endpoint::Void reply;
+            return client.stub().SetCellIIR(&context, message, &reply).error_code();
+        }));
+    }
+    for (auto& answer : answers)
+        EXPECT_EQ(answer.get(), StatusCode::INVALID_ARGUMENT);
+    EXPECT_LT(mostResidentKilobytes(), before + 600 * 1024) << "kB, from " << before;
 }
 
 TEST_F(HostileClientTest, anAbandonedTransferIsReplacedByTheNextOne) {
