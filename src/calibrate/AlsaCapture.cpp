@@ -1,6 +1,7 @@
 #include "calibrate/AlsaCapture.h"
 
 #include "calibrate/AlsaHush.h"
+#include "calibrate/CaptureFormat.h"
 #include "calibrate/Errors.h"
 #include "calibrate/Text.h"
 
@@ -14,46 +15,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kWait(100);
 constexpr std::chrono::milliseconds kRest(1);
-
-template <class Number>
-Number load(const std::byte* bytes) {
-    Number number;
-    std::memcpy(&number, bytes, sizeof number);
-    return number;
-}
-
-float fromInteger32(const std::byte* bytes) {
-    return static_cast<float>(static_cast<double>(load<std::int32_t>(bytes)) / 2147483648.0);
-}
-
-float fromFloat(const std::byte* bytes) {
-    return load<float>(bytes);
-}
-
-/// The low three bytes count.
-float fromInteger24(const std::byte* bytes) {
-    const auto low = std::to_integer<std::uint32_t>(bytes[0]) << 8U;
-    const auto middle = std::to_integer<std::uint32_t>(bytes[1]) << 16U;
-    const auto high = std::to_integer<std::uint32_t>(bytes[2]) << 24U;
-    return static_cast<float>(static_cast<double>(static_cast<std::int32_t>(low | middle | high)) /
-                              2147483648.0);
-}
-
-float fromInteger16(const std::byte* bytes) {
-    return static_cast<float>(load<std::int16_t>(bytes)) / 32768.0F;
-}
-
-struct Format {
-    snd_pcm_format_t format;
-    float (*convert)(const std::byte*);
-};
-
-/// The most exact first.
-constexpr std::array kFormats{
-    Format{SND_PCM_FORMAT_S32_LE, &fromInteger32},  Format{SND_PCM_FORMAT_FLOAT_LE, &fromFloat},
-    Format{SND_PCM_FORMAT_S24_3LE, &fromInteger24}, Format{SND_PCM_FORMAT_S24_LE, &fromInteger24},
-    Format{SND_PCM_FORMAT_S16_LE, &fromInteger16},
-};
 
 std::string quoted(const std::string& name) {
     return "the microphone \"" + printable(name) + "\"";
@@ -115,11 +76,12 @@ unsigned chooseRate(const std::string& name, snd_pcm_t* pcm, snd_pcm_hw_params_t
     return *rate;
 }
 
-const Format& chooseFormat(const std::string& name, snd_pcm_t* pcm, snd_pcm_hw_params_t* params) {
-    const auto format = std::ranges::find_if(kFormats, [&](const Format& one) {
+const CaptureFormat& chooseFormat(const std::string& name, snd_pcm_t* pcm,
+                                  snd_pcm_hw_params_t* params) {
+    const auto format = std::ranges::find_if(kCaptureFormats, [&](const CaptureFormat& one) {
         return snd_pcm_hw_params_test_format(pcm, params, one.format) == 0;
     });
-    if (format == kFormats.end()) {
+    if (format == kCaptureFormats.end()) {
         throw BadInput(quoted(name) + " offers no samples of 16, 24 or 32 bits: try \"plug" +
                        printable(name) + "\"");
     }
@@ -159,7 +121,7 @@ void AlsaCapture::configure(unsigned channel, const std::vector<unsigned>& rates
     snd_pcm_hw_params_get_channels(params, &channels);
     const auto sampleSize =
         static_cast<std::size_t>(snd_pcm_format_physical_width(format.format)) / 8;
-    convert_ = format.convert;
+    convert_ = format.sample;
     channelOffset_ = channel * sampleSize;
     frameSize_ = channels * sampleSize;
     period_ = std::max<std::size_t>(period, 1);
