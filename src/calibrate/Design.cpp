@@ -11,6 +11,8 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include <set>
+
 namespace calibrate {
 namespace {
 
@@ -65,11 +67,11 @@ void name(std::vector<design::MeasuredSpeaker>& speakers, const DesignOptions& o
 
 /// File names and reports need every speaker to be called differently.
 void makeNamesDiffer(std::vector<design::MeasuredSpeaker>& speakers) {
+    std::set<std::string> taken;
     for (std::size_t i = 0; i < speakers.size(); ++i) {
-        for (std::size_t k = 0; k < i; ++k) {
-            if (design::fileName(speakers[i].name) == design::fileName(speakers[k].name))
-                speakers[i].name += "-" + std::to_string(i);
-        }
+        auto& name = speakers[i].name;
+        while (!taken.insert(design::fileName(name)).second)
+            name += "-" + std::to_string(i);
     }
 }
 

@@ -63,6 +63,17 @@ TEST_F(DesignTest, ANameThatIsNoUtf8IsStillWritten) {
     EXPECT_THAT(json["speakers"], SizeIs(2));
 }
 
+TEST_F(DesignTest, SpeakersOfOneNameHaveFilesOfTheirOwn) {
+    const auto response = decayingFilter(4'800, 1);
+    const auto file = wav("three.wav", 48'000, {response, response, response});
+    ASSERT_EQ(design({file, "--rate", "48000", "--name", "x-2", "--name", "x", "--name", "x"}),
+              kExitOk)
+        << errors();
+
+    for (const auto* name : {"x-48000.wav", "x-2-48000.wav", "x-2-2-48000.wav"})
+        EXPECT_TRUE(fs::exists(fs::path(folder()) / name)) << name;
+}
+
 // ---- Bad input ----------------------------------------------------------------------------------
 
 TEST_F(DesignTest, WavsOfDifferentRatesAreRefused) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <set>
 
 namespace calibrate::run {
 namespace {
@@ -28,11 +29,13 @@ constexpr double kLongestSweep = 120;   // s
 
 /// Names that files and reports can tell apart.
 void makeNamesDiffer(std::vector<DeviceProfile::Speaker>& speakers) {
+    std::set<std::string> taken;
     for (std::size_t i = 0; i < speakers.size(); ++i) {
-        const auto isSame = [&](const auto& other) { return other.name == speakers[i].name; };
-        const auto end = speakers.begin() + static_cast<std::ptrdiff_t>(i);
-        if (speakers[i].name.empty() || std::any_of(speakers.begin(), end, isSame))
-            speakers[i].name += (speakers[i].name.empty() ? "Speaker " : " ") + std::to_string(i);
+        auto& name = speakers[i].name;
+        if (name.empty())
+            name = "Speaker " + std::to_string(i);
+        while (!taken.insert(name).second)
+            name += " " + std::to_string(i);
     }
 }
 
