@@ -107,6 +107,7 @@ private:
     template <class Item>
     static void reorder(std::vector<Item>& items, const std::vector<std::size_t>& order) {
         std::vector<Item> result;
+        result.reserve(order.size());
         for (const auto index : order)
             result.push_back(items[index]);
         items = std::move(result);
