@@ -106,11 +106,13 @@ Sound processed(const Sound& sound, const DiracConfiguration& image, bool keepsL
     Engine engine(image, {sound.rate, sound.channels.size()});
     for (const std::string& problem : engine.problems())
         messages << problem << '\n';
-    const std::size_t latency = keepsLatency ? 0 : Engine::latency(sound.rate);
+    const std::size_t latency = Engine::latency(sound.rate);
     Sound result{sound.rate, sound.isWide, sound.channels};
     for (auto& channel : result.channels)
         channel.resize(sound.frames() + latency);
     runEngine(&engine, sound, &result);
+    if (keepsLatency)
+        return result;
     for (auto& channel : result.channels)
         channel.erase(channel.begin(), channel.begin() + static_cast<std::ptrdiff_t>(latency));
     return result;

@@ -11,7 +11,7 @@ namespace dsp {
 
 /// Where an image comes from.
 struct ImageSource {
-    int key{1234};                              ///< of the segment
+    int key{DiracSegment::kKey};                ///< of the segment
     std::optional<std::filesystem::path> file;  ///< instead of the segment
 };
 
@@ -31,7 +31,8 @@ struct Command {
 /// Throws ToolError.
 void run(const Command& command, std::ostream& messages);
 
-/// The sound after the DSP, as long as before. Without its latency unless it is kept.
+/// The sound after the DSP: in step with the one before and as long, or as much longer as the
+/// latency that it keeps.
 Sound processed(const Sound& sound, const DiracConfiguration& image, bool keepsLatency,
                 std::ostream& messages);
 
