@@ -15,9 +15,6 @@ const auto& hostLogger() {
     return logger;
 }
 
-/// The key of the DSP's segment.
-constexpr int kSegmentKey = 1234;
-
 void logCorrection(const std::string& text) {
     LOG4CPLUS_WARN(hostLogger(), "Room correction: " << text);
 }
@@ -26,7 +23,7 @@ void logCorrection(const std::string& text) {
 
 Host::Host(const platform::DeviceDescription& device, const std::string& controlSocket,
            const std::vector<std::string>& plugins)
-    : correction_(std::make_shared<dsp::Processor>(kSegmentKey, logCorrection)),
+    : correction_(std::make_shared<dsp::Processor>(DiracSegment::kKey, logCorrection)),
       platform_(device, std::make_unique<RoomCorrection>(correction_)),
       control_(std::make_unique<ControlServer>(platform_.tree(), controlSocket)) {
     try {

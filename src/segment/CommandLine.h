@@ -1,5 +1,7 @@
 #pragma once
 
+#include "sdk/dldsp/DiracConfiguration.h"
+
 #include <chrono>
 #include <cstddef>
 #include <optional>
@@ -11,7 +13,7 @@ struct Command {
     enum class Verb { Show, Response, Taps, Watch };
 
     Verb verb{Verb::Show};
-    int key{1234};
+    int key{DiracSegment::kKey};
     bool json{false};
     std::size_t channel{0};
     std::size_t group{0};

@@ -8,9 +8,7 @@
 /// thread.
 class FilterSegment {
 public:
-    static constexpr int kKey = 1234;
-
-    explicit FilterSegment(int segmentKey = kKey);
+    explicit FilterSegment(int segmentKey = DiracSegment::kKey);
     /// Discards the segment.
     ~FilterSegment();
 

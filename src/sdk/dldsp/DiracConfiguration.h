@@ -111,6 +111,7 @@ struct DiracConfiguration {
 
 /// The shared-memory segment: the image behind a magic number.
 struct DiracSegment {
+    static constexpr int kKey = 1234;  ///< System V key of the segment and of its lock
     static constexpr std::uint32_t kMagic = 0x83474453;
 
     std::uint32_t magic{kMagic};
