@@ -329,13 +329,3 @@ std::vector<std::string> DeviceFixture::cacheFiles() const {
     std::sort(names.begin(), names.end());
     return names;
 }
-
-bool DeviceFixture::eventually(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + kPatience;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= end)
-            return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}

@@ -8,6 +8,7 @@
 #include "sdk/dldsp/DiracConfiguration.h"
 #include "sdk/records/VeskValue.h"
 #include "support/CalibrationClient.h"
+#include "support/Eventually.h"
 #include "support/LogCapture.h"
 #include "support/ScratchDirectory.h"
 #include "support/WorkerThread.h"
@@ -140,9 +141,6 @@ protected:
     bool logs(const std::string& line) const;
     std::vector<std::string> cacheFiles() const;
     const std::filesystem::path& directory() const { return scratch_.path(); }
-
-    /// Waits until the condition holds; false when it does not in time.
-    static bool eventually(const std::function<bool()>& condition);
 
 private:
     const std::filesystem::path previousDirectory_;

@@ -79,9 +79,16 @@ protected:
     }
 };
 
-const std::string kRecordingEnd =
-    "TRACE Leave virtual grpc::Status RpcHandler::StartRecordingStimuli(grpc::ServerContext*, "
+const std::string kRecording =
+    "virtual grpc::Status RpcHandler::StartRecordingStimuli(grpc::ServerContext*, "
     "const dio::endpoint::StimuliStart*, grpc::ServerWriter<dio::endpoint::AudioBuffers>*): ";
+const std::string kRecordingBegin = "TRACE Enter " + kRecording;
+const std::string kRecordingEnd = "TRACE Leave " + kRecording;
+const std::string kStreaming =
+    "virtual grpc::Status RpcHandler::StartStreaming(grpc::ServerContext*, "
+    "grpc::ServerReaderWriter<dio::endpoint::AudioBuffers, dio::endpoint::AudioBuffers>*): ";
+const std::string kStreamingBegin = "TRACE Enter " + kStreaming;
+const std::string kStreamingEnd = "TRACE Leave " + kStreaming;
 
 }  // namespace
 
@@ -249,10 +256,7 @@ TEST_F(RpcHandlerRecordingTest, StreamsUntilTheClientCancels) {
     client.cancel();
     client.finish();
     EXPECT_TRUE(eventually(microphoneIsFree));
-    EXPECT_TRUE(
-        logs("TRACE Leave virtual grpc::Status RpcHandler::StartStreaming(grpc::ServerContext*, "
-             "grpc::ServerReaderWriter<dio::endpoint::AudioBuffers, "
-             "dio::endpoint::AudioBuffers>*): RETURN: OK"));
+    EXPECT_TRUE(logs(kStreamingEnd + "RETURN: OK"));
     EXPECT_THAT(CallLog::instance().calls(), IsEmpty()) << "nothing is played";
 }
 
@@ -284,7 +288,7 @@ TEST_F(RpcHandlerRecordingTest, StreamsWhenTheRecordingHasFinished) {
     const auto recording = startRecording();
     ASSERT_TRUE(eventually(isPlaying));
     StreamingClient client;
-    std::this_thread::sleep_for(200ms);
+    ASSERT_TRUE(logs(kStreamingBegin));
     EXPECT_EQ(microphone().devicesMade().size(), 1U) << "only the recording has the microphone";
     sender().letAllThrough();
     EXPECT_EQ(recording->finish(), "OK");
@@ -303,7 +307,7 @@ TEST_F(RpcHandlerRecordingTest, RecordsWhenTheStreamHasEnded) {
     AudioBuffers message;
     ASSERT_TRUE(client.next(&message));
     const auto recording = startRecording();
-    std::this_thread::sleep_for(100ms);
+    ASSERT_TRUE(logs(kRecordingBegin));
     EXPECT_EQ(sender().sends(), 0U) << "the stimulus waits for the microphone";
     client.cancel();
     client.finish();
@@ -318,20 +322,11 @@ TEST_F(RpcHandlerRecordingTest, ForgetsAStreamThatIsCancelledWhileItWaits) {
     ASSERT_TRUE(first.next(&message));
     {
         StreamingClient second;
-        ASSERT_TRUE(eventually([this] {
-            return countLogged(
-                       "TRACE Enter virtual grpc::Status "
-                       "RpcHandler::StartStreaming(grpc::ServerContext*, "
-                       "grpc::ServerReaderWriter<dio::endpoint::AudioBuffers, "
-                       "dio::endpoint::AudioBuffers>*): ") == 2;
-        }));
+        ASSERT_TRUE(eventually([this] { return countLogged(kStreamingBegin) == 2; }));
         second.cancel();
         second.finish();
     }
-    EXPECT_TRUE(
-        logs("TRACE Leave virtual grpc::Status RpcHandler::StartStreaming(grpc::ServerContext*, "
-             "grpc::ServerReaderWriter<dio::endpoint::AudioBuffers, "
-             "dio::endpoint::AudioBuffers>*): RETURN: OK"));
+    EXPECT_TRUE(logs(kStreamingEnd + "RETURN: OK"));
     EXPECT_EQ(microphone().devicesMade().size(), 1U);
     EXPECT_TRUE(first.next(&message));
     first.cancel();
@@ -345,7 +340,7 @@ TEST_F(RpcHandlerRecordingTest, ForgetsARecordingThatIsCancelledWhileItWaits) {
     AudioBuffers message;
     ASSERT_TRUE(stream.next(&message));
     const auto recording = startRecording();
-    std::this_thread::sleep_for(100ms);
+    ASSERT_TRUE(logs(kRecordingBegin));
     recording->cancel();
     EXPECT_THAT(recording->finish(), HasSubstr("CANCELLED"));
     EXPECT_TRUE(logs(kRecordingEnd + "RETURN: CANCELLED"));

@@ -147,17 +147,18 @@ TEST_F(RpcHandlerSlotsTest, KeepsItsSlotsOverARestart) {
 }
 
 TEST_F(RpcHandlerSlotsTest, LosesNoChangeOfSeveralClients) {
-    const auto work = [this](int slot) {
-        CalibrationClient client;
-        for (int round = 0; round < 10; ++round) {
-            const std::string name = "Slot " + std::to_string(slot);
-            FilterDesign design = makeDesign({2, 4, 0, false}, 1);
-            EXPECT_EQ(outcome(client.transfer(makeSlot(slot, name, round), design)), "OK");
-            EXPECT_EQ(outcome(client.activate(slot)), "OK");
-        }
-    };
+    const FilterDesign design = makeDesign({2, 4, 0, false}, 1);
     // One transfer at a time is open, so one client transfers and the others work on slots.
-    std::thread transferring(work, 0);
+    std::thread transferring([&design] {
+        CalibrationClient client;
+        for (int round = 1; round <= 10; ++round) {
+            EXPECT_EQ(outcome(client.transfer(makeSlot(0, "Slot 0", round), design)), "OK");
+            SlotInfo stored;
+            EXPECT_EQ(outcome(client.slotInfo(0, &stored)), "OK");
+            EXPECT_EQ(stored.creation_time(), round);
+            EXPECT_EQ(outcome(client.activate(0)), "OK");
+        }
+    });
     std::thread switching([this] {
         CalibrationClient client;
         for (int round = 0; round < 100; ++round)

@@ -152,8 +152,14 @@ TEST_F(TreeStressTest, SubscriptionsComeAndGoWhileOthersWrite) {
     });
     int calls = 0;  // no lock: no call runs once the subscription has ended
     while (calls < 200) {
-        const Subscription subscription = tree_->subscribeAll([&calls](const Change&) { ++calls; });
+        {
+            const Subscription subscription =
+                tree_->subscribeAll([&calls](const Change&) { ++calls; });
+            std::this_thread::yield();
+        }
+        const int ended = calls;
         std::this_thread::yield();
+        EXPECT_EQ(calls, ended);
     }
     stop = true;
     writer.join();

@@ -94,9 +94,14 @@ TEST_F(FilterManagerWritesTest, ClientStatusIsAwaited) {
 }
 
 TEST_F(FilterManagerWritesTest, ARefusedClientStatusIsNotInspected) {
-    std::thread client([this] { manager.clientConnected(false); });
+    std::atomic<bool> isDone{false};
+    std::thread client([&] {
+        manager.clientConnected(false);
+        isDone = true;
+    });
     heldWrites.waitForFirst().reply.setError(CMError(QStringLiteral("refused by the test")));
     client.join();
+    EXPECT_TRUE(isDone);
 }
 
 TEST_F(FilterManagerWritesTest, ProcessingWritesTheFlagAndThenTheSettings) {
