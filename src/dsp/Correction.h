@@ -4,7 +4,6 @@
 #include "sdk/dldsp/DiracConfiguration.h"
 
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <vector>
 

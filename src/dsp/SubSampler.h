@@ -3,7 +3,6 @@
 #include "dsp/AlignedBuffer.h"
 #include "dsp/VectorKernels.h"
 
-#include <array>
 #include <cstddef>
 #include <span>
 #include <vector>

@@ -3,7 +3,6 @@
 #include "host/ValueJson.h"
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 
 namespace host {

@@ -26,5 +26,5 @@ struct DeviceInfo {
     std::string extraInfo;
     std::int32_t stimuliSampleRate{0};  ///< Hz
     std::uint32_t stimuliChannels{0};
-    std::int32_t ipcKey{0};
+    std::int32_t ipcKey{0};  ///< of no effect; the segment has a key of its own
 };

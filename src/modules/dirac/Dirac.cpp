@@ -73,7 +73,7 @@ void Dirac::makeConnections() {
     watch(PlayLogicInterface::playerInstance()->dataPath(), &Dirac::on_playerData_changed);
 
     const auto restartServerAction = [this](const CMSetDataRequest& request) {
-        const ScopedTrace trace({__PRETTY_FUNCTION__, __FILE__, __LINE__});
+        DIRAC_SCOPED_TRACE();
         stopServer();
         request.reply().setValue(QVariant());
     };

@@ -7,7 +7,6 @@
 #include <QDateTime>
 
 #include <algorithm>
-#include <utility>
 
 namespace {
 

@@ -7,7 +7,6 @@
 #include <QUuid>
 
 #include <algorithm>
-#include <utility>
 
 namespace {
 

@@ -14,9 +14,9 @@ RpcHandler::RpcHandler(const DeviceInfo& deviceInfo, Dirac* worker, AudioRecorde
                                                       numberOfFiirVariants_, serverInfo_->ipcKey)),
       worker_(worker),
       audioRecorderFactory_(factory),
-      notifiedSpeakerGain_(worker->getAttenuation()),
       activeSlot_(filterManager_->getActiveSlot()),
-      filteringEnabled_(worker->getFilteringEnabled()) {
+      filteringEnabled_(worker->getFilteringEnabled()),
+      notifiedSpeakerGain_(worker->getAttenuation()) {
     DIRAC_SCOPED_TRACE();
     for (std::size_t i = 0; i < serverInfo_->speakers.size(); ++i)
         stimuliGains_.push_back(std::make_shared<std::atomic<float>>(0.0F));

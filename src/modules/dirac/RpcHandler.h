@@ -262,10 +262,13 @@ private:
     std::mutex clientStatusMutex_;        // held while the platform is told of a client
     int connectedClients_{0};             // guarded by clientStatusMutex_
 
-    // What clients know. Outlives a notification stream: the next one is told what changed since.
-    std::atomic<double> notifiedSpeakerGain_;  // dB
+    // What clients have last asked for or been answered.
     std::atomic<int> activeSlot_;
-    std::atomic<int> lastNotifiedSlot_{-2};  // no slot has it, so the first pass reports
     std::atomic<bool> filteringEnabled_;
+
+    // What clients have been notified of. Outlives a notification stream: the next one is told what
+    // changed since.
+    std::atomic<double> notifiedSpeakerGain_;  // dB
+    std::atomic<int> lastNotifiedSlot_{-2};    // no slot has it, so the first pass reports
     std::atomic<bool> notifiedFilterState_{false};
 };

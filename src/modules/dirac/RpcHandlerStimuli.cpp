@@ -14,7 +14,6 @@
 #include <optional>
 #include <span>
 #include <thread>
-#include <utility>
 
 using dio::endpoint::Progress;
 using dio::endpoint::StimuliPrepare;
