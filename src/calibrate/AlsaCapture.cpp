@@ -6,9 +6,6 @@
 #include "calibrate/Text.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
-#include <cstring>
 
 namespace calibrate {
 namespace {

@@ -1,6 +1,8 @@
 #include "calibrate/CommandLine.h"
 
 #include "calibrate/Activate.h"
+#include "calibrate/Between.h"
+#include "calibrate/Console.h"
 #include "calibrate/Delete.h"
 #include "calibrate/Design.h"
 #include "calibrate/DeviceAddress.h"
@@ -51,20 +53,6 @@ std::string checkSlotText(const std::string& text) {
     if (!isUtf8(text))
         return "the text is not UTF-8";
     return hasControlCharacter(text) ? "the text holds a control character" : "";
-}
-
-/// Checks that a number lies between two others; "nan" does not.
-CLI::Validator between(double least, double most) {
-    return CLI::Validator(
-        [least, most](const std::string& text) -> std::string {
-            double value = 0;
-            const bool number = CLI::detail::lexical_cast(text, value);
-            return number && value >= least && value <= most
-                       ? ""
-                       : "\"" + printable(text) + "\" is no number from " + fixed(least, 1) +
-                             " to " + fixed(most, 1);
-        },
-        "");
 }
 
 /// The command line: what each verb takes, and what was given.
@@ -163,7 +151,8 @@ private:
                     [this](auto& client, const auto& console) { runUpload(client, console); });
         command->add_option("--slot", upload_.slot, "Slot to fill, from 0")->required();
         addTextOption(command, "--name", upload_.name, "Name in the menu; default: the file's");
-        addTextOption(command, "--type", upload_.type, "Name of the filter type; default: FIR");
+        addTextOption(command, "--type", upload_.type,
+                      "Name of the filter type; default: FIR, of a design more");
         addTextOption(command, "--description", uploadDescription_, "Free text");
         auto* files = command->add_option("FILES", upload_.files,
                                           "A channel for each speaker, in the device's order");
@@ -422,7 +411,10 @@ int fail(const Environment& environment, const std::exception& error, ExitCode c
 
 int runCommandLine(const std::vector<std::string>& arguments, const Environment& environment) {
     try {
-        return CommandLine().run(arguments, environment);
+        const int code = CommandLine().run(arguments, environment);
+        environment.out.flush();
+        checkOutput(environment.out);
+        return code;
     } catch (const BadInput& error) {
         return fail(environment, error, kExitUsage);
     } catch (const Interrupted& error) {

@@ -46,6 +46,12 @@ std::string readLine(int input, const std::stop_token& stop) {
 
 }  // namespace
 
+void checkOutput(const std::ostream& out) {
+    if (!out)
+        throw OutputError(
+            "standard output cannot be written: its reader is gone, or the disk full");
+}
+
 void Console::print(const nlohmann::ordered_json& result) const {
     using Json = nlohmann::ordered_json;
     environment_.out << result.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
@@ -55,6 +61,7 @@ void Console::printLine(const std::string& text, const nlohmann::ordered_json& r
     using Json = nlohmann::ordered_json;
     environment_.out << (json_ ? result.dump(-1, ' ', false, Json::error_handler_t::replace) : text)
                      << std::endl;
+    checkOutput(environment_.out);
 }
 
 void Console::report(const std::string& text, const nlohmann::ordered_json& result) const {

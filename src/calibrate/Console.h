@@ -21,6 +21,9 @@ struct Environment {
     std::stop_token stop;
 };
 
+/// Throws OutputError when what was written did not arrive.
+void checkOutput(const std::ostream& out);
+
 /// How the command talks. Results, and the notes that belong to them, go to standard output;
 /// progress, warnings, questions and errors to standard error.
 class Console {

@@ -1,5 +1,6 @@
 #include "calibrate/CorrectionArguments.h"
 
+#include "calibrate/Between.h"
 #include "calibrate/Errors.h"
 #include "calibrate/Text.h"
 #include "calibrate/design/SpeakerDesign.h"
@@ -41,11 +42,13 @@ void addCorrectionOptions(CLI::App& command, CorrectionArguments& arguments) {
     command.add_option("--max-boost", limits.maxBoost, "Default: 6")->type_name("DB");
     command.add_option("--max-cut", limits.maxCut, "Default: 24")->type_name("DB");
     command.add_option("--headroom", limits.headroom, "Largest gain of all; default: 0")
-        ->type_name("DB");
+        ->type_name("DB")
+        ->check(between(-40, 30));
     command
         .add_option("--crossover", arguments.system.crossover,
                     "To the subwoofer, 0 for none; default: 80")
-        ->type_name("HZ");
+        ->type_name("HZ")
+        ->check(between(0, 1000));
     command.add_flag("--no-align", arguments.keepAlignment, "Leave delays and levels alone");
 }
 

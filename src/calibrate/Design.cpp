@@ -1,5 +1,6 @@
 #include "calibrate/Design.h"
 
+#include "calibrate/Between.h"
 #include "calibrate/Errors.h"
 #include "calibrate/Text.h"
 #include "calibrate/TextTable.h"
@@ -11,6 +12,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <set>
 
 namespace calibrate {
@@ -98,8 +100,11 @@ std::vector<design::MeasuredSpeaker> readSpeakers(const DesignOptions& options) 
 design::SystemOptions systemOptions(const DesignOptions& options) {
     auto system = systemOptions(options.correction);
     system.capacities.clear();
-    for (const double rate : options.rates)
+    for (const double rate : options.rates) {
+        if (std::ranges::count(options.rates, rate) > 1)
+            throw BadInput("--rate " + fixed(rate, 0) + " is given twice");
         system.capacities.push_back({rate, options.taps, options.sections});
+    }
     return system;
 }
 
@@ -135,7 +140,8 @@ void addDesignOptions(CLI::App& command, DesignOptions& options) {
         ->required()
         ->type_name("DIR");
     command.add_option("--positions", options.positions, "Positions of the microphone; default: 1")
-        ->type_name("N");
+        ->type_name("N")
+        ->check(between(1, 64));
     command.add_option("--name", options.names, "A speaker's name, once for each")
         ->type_name("TEXT")
         ->allow_extra_args(false);
@@ -146,7 +152,7 @@ void addDesignOptions(CLI::App& command, DesignOptions& options) {
         .add_option("--smoothing", options.correction.system.correction.smoothing,
                     "Octaves; default: 0.1667")
         ->type_name("OCTAVES")
-        ->check(CLI::Range(0.01, 2.0));
+        ->check(between(0.01, 2));
     command
         .add_option("--rate", options.rates, "Of a filter, once for each; default: 48000, 44100")
         ->type_name("HZ")

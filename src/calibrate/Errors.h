@@ -13,7 +13,7 @@ enum ExitCode {
     kExitInterrupted = 130  ///< Ctrl-C; another signal n ends the process with 128 + n
 };
 
-/// The command line or a file is wrong: nothing was sent to the device.
+/// The command line or a file is wrong: nothing was changed on the device that stays.
 class BadInput : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -25,7 +25,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// What was recorded cannot be written.
+/// A result cannot be written.
 class OutputError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

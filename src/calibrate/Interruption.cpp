@@ -11,11 +11,26 @@
 namespace calibrate {
 namespace {
 
+/// A command that was started to outlive its terminal (nohup) stays so.
+bool isIgnored(int signal) {
+    struct sigaction present {};
+    return sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_IGN;
+}
+
 sigset_t watchedSignals() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
+    if (!isIgnored(SIGHUP))
+        sigaddset(&signals, SIGHUP);
+    return signals;
+}
+
+/// A reader that is gone must not end the command in the middle: writing to it fails instead.
+sigset_t blockedSignals() {
+    sigset_t signals = watchedSignals();
+    sigaddset(&signals, SIGPIPE);
     return signals;
 }
 
@@ -28,8 +43,9 @@ int checked(int descriptor) {
 }  // namespace
 
 Interruption::Interruption() {
+    const sigset_t blocked = blockedSignals();
     const sigset_t signals = watchedSignals();
-    pthread_sigmask(SIG_BLOCK, &signals, &previousMask_);
+    pthread_sigmask(SIG_BLOCK, &blocked, &previousMask_);
     signalDescriptor_ = checked(signalfd(-1, &signals, SFD_CLOEXEC));
     endDescriptor_ = checked(eventfd(0, EFD_CLOEXEC));
     watcher_ = std::thread([this] { watch(); });

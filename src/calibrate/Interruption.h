@@ -7,8 +7,9 @@
 
 namespace calibrate {
 
-/// Turns Ctrl-C (SIGINT) and SIGTERM into a stop request for as long as it lives. A second signal
-/// ends the process at once, with exit code 128 + signal.
+/// Turns Ctrl-C (SIGINT), SIGTERM and the end of the terminal (SIGHUP, unless that is ignored) into
+/// a stop request for as long as it lives. A second signal ends the process at once, with exit code
+/// 128 + signal. Writing to a pipe that nobody reads fails meanwhile instead of ending the process.
 ///
 /// Make it before the first other thread: threads inherit the blocked signals from their maker.
 class Interruption {

@@ -1,5 +1,7 @@
 #include "calibrate/MicrophoneArguments.h"
 
+#include "calibrate/Between.h"
+
 #include <CLI/CLI.hpp>
 
 namespace calibrate {
@@ -13,7 +15,7 @@ void addMicrophoneOptions(CLI::App& command, MicrophoneChoice& choice) {
         .add_option("--mic-channel", choice.channel,
                     "Channel of this machine's, from 0; default: 0")
         ->type_name("N")
-        ->check(CLI::Range(0, 255));
+        ->check(between(0, 255));
 }
 
 }  // namespace calibrate

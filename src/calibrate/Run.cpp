@@ -1,5 +1,6 @@
 #include "calibrate/Run.h"
 
+#include "calibrate/Between.h"
 #include "calibrate/Errors.h"
 #include "calibrate/MicrophoneArguments.h"
 #include "calibrate/Text.h"
@@ -11,7 +12,6 @@
 #include <CLI/CLI.hpp>
 
 #include <chrono>
-#include <cmath>
 #include <thread>
 
 namespace calibrate {
@@ -30,7 +30,7 @@ constexpr const char* kFooter =
     "  vesk-calibrate run --slot 2 --force --json\n"
     "  vesk-calibrate run --mic hw:CARD=UMIK1  (a microphone of this machine)\n"
     "\nEach speaker plays a sweep of some seconds. Ctrl-C at any moment leaves the device as it "
-    "was.";
+    "was,\nbut for a filter that it has replaced already, and stimulus gains that were never set.";
 
 /// Everything that can be wrong without the device, before it hears of us.
 RunOptions completed(RunOptions options) {
@@ -59,14 +59,16 @@ public:
     Placement(EndpointClient& client, const RunOptions& options, Narrator& narrator)
         : client_(client), options_(options), narrator_(narrator) {}
 
-    void await(const std::string& words) {
+    /// False: the person does not want to go on.
+    bool await(const std::string& words) {
         if (options_.positions == 1)
-            return;
+            return true;
         narrator_.end();
         if (options_.pause > 0)
             pause(words);
-        else if (!options_.confirmed && !narrator_.console().confirm(words + ". Measure now?"))
-            throw Interrupted("stopped at the microphone's position");
+        else if (!options_.confirmed)
+            return narrator_.console().confirm(words + ". Measure now?");
+        return true;
     }
 
 private:
@@ -147,6 +149,12 @@ bool holdsMeasurements(const report::Calibration& calibration) {
                                [](const auto& speaker) { return !speaker.positions.empty(); });
 }
 
+/// The answer to a question was no.
+class StoppedByPerson : public Interrupted {
+public:
+    using Interrupted::Interrupted;
+};
+
 /// What was measured before a failure, for a look at what went wrong. The text tells where it is.
 std::string partialReport(const report::Calibration& calibration, const RunOptions& options) {
     if (!holdsMeasurements(calibration))
@@ -164,7 +172,8 @@ std::string partialReport(const report::Calibration& calibration, const RunOptio
 
 void measureAll(Calibrator& calibrator, Placement& placement, const RunOptions& options) {
     for (std::size_t position = 0; position < options.positions; ++position) {
-        placement.await(instruction(position, options.positions));
+        if (!placement.await(instruction(position, options.positions)))
+            throw StoppedByPerson("stopped at the microphone's position");
         calibrator.measurePosition(position);
     }
 }
@@ -173,9 +182,10 @@ void finish(Calibrator& calibrator, Placement& placement, const RunOptions& opti
             Narrator& narrator) {
     calibrator.design();
     calibrator.activate();
-    if (options.verify) {
-        if (options.positions > 1)
-            placement.await("Put the microphone back at position 1, to verify the result");
+    if (options.verify &&
+        !placement.await("Put the microphone back at position 1, to verify the result")) {
+        narrator.warn("The result is not verified.");
+    } else if (options.verify) {
         try {
             calibrator.verify();
         } catch (const VerificationFailed& failure) {
@@ -202,12 +212,12 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
         ->type_name("DIR");
     command.add_option("--positions", options.positions, "Positions of the microphone; default: 1")
         ->type_name("N")
-        ->check(CLI::Range(1, 64));
+        ->check(between(1, 64));
     command.add_flag("--yes", options.confirmed, "Answer every question with yes");
     command
         .add_option("--pause", options.pause, "Seconds to move the microphone, instead of asking")
         ->type_name("S")
-        ->check(CLI::Range(0.0, 3600.0));
+        ->check(between(0, 3600));
     command.add_option("--slot", options.slot, "Slot to fill, from 0; default: the first empty")
         ->type_name("N");
     command.add_flag("--force", options.force, "Replace the slot's filter without asking");
@@ -220,7 +230,7 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
         ->type_name("FILE");
     command.add_option("--gain", options.gain, "Of the stimuli; default: found")
         ->type_name("DB")
-        ->check(CLI::Range(-200.0, 60.0));
+        ->check(between(-200, 60));
     addCorrectionOptions(command, options.correction);
     command
         .add_option("--play", options.playCommand,
@@ -247,6 +257,10 @@ void calibrateRoom(EndpointClient& client, const RunOptions& given, const Consol
                           error.what() + partialReport(calibrator.calibration(), options));
     } catch (const BadInput& error) {
         throw BadInput(error.what() + partialReport(calibrator.calibration(), options));
+    } catch (const OutputError& error) {
+        throw OutputError(error.what() + partialReport(calibrator.calibration(), options));
+    } catch (const StoppedByPerson& stop) {
+        throw Interrupted(stop.what() + partialReport(calibrator.calibration(), options));
     }
 }
 

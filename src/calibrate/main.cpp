@@ -26,5 +26,6 @@ int main(int argc, char* argv[]) {
                                              terminalColumns(STDERR_FILENO),
                                              interruption.token()};
     const int code = calibrate::runCommandLine({argv + 1, argv + argc}, environment);
-    return code == calibrate::kExitInterrupted ? 128 + interruption.signal() : code;
+    const int signal = interruption.signal();
+    return code == calibrate::kExitInterrupted && signal != 0 ? 128 + signal : code;
 }

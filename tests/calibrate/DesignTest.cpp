@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <sndfile.h>
 
 #include <fstream>
 #include <limits>
@@ -128,6 +129,28 @@ TEST_F(DesignTest, RubbishInTargetAndCalibrationFilesIsTold) {
 TEST_F(DesignTest, CapacitiesOfNothingAreRefused) {
     expectRefused({stereo(), "--taps", "0"}, "the device holds no filter taps at 48 kHz");
     expectRefused({stereo(), "--rate", "0"}, "a filter at 0 Hz cannot be designed");
+}
+
+TEST_F(DesignTest, LimitsThatAreNoneAreRefused) {
+    expectRefused({stereo(), "--headroom", "nan"}, "\"nan\" is no number from -40.0 to 30.0");
+    expectRefused({stereo(), "--headroom", "-400"}, "\"-400\" is no number from -40.0 to 30.0");
+    expectRefused({stereo(), "--crossover", "nan"}, "\"nan\" is no number");
+    expectRefused({stereo(), "--smoothing", "nan"}, "\"nan\" is no number");
+    expectRefused({stereo(), "--positions", "-1"}, "\"-1\" is no number from 1.0 to 64.0");
+    expectRefused({stereo(), "--rate", "48000", "--rate", "48000"}, "--rate 48000 is given twice");
+    expectRefused({stereo(), "--target", "hous"},
+                  "\"hous\" is no target: neither flat nor house nor a file");
+}
+
+TEST_F(DesignTest, AResponseFarFromFullScaleIsRefused) {
+    for (const auto& [factor, why] : {std::pair(1e300, "the response is far above full scale"),
+                                      std::pair(1e-30, "the response is silent")}) {
+        auto samples = decayingFilter(4'800, 1);
+        for (double& sample : samples)
+            sample *= factor;
+        writeSoundFile(path("room.wav"), 48'000, {samples}, SF_FORMAT_WAV | SF_FORMAT_DOUBLE);
+        expectRefused({path("room.wav")}, why);
+    }
 }
 
 TEST_F(DesignTest, AFullDiskIsTold) {

@@ -64,5 +64,28 @@ TEST_F(ProgramTest, TerminationIsToldByTheExitCode) {
     EXPECT_EQ(program.wait().exitCode, 128 + SIGTERM);
 }
 
+TEST_F(ProgramTest, TheEndOfItsTerminalLeavesNothingHalfDone) {
+    device_.hold("SetCellFIIR");
+    Subprocess program(uploadCommand());
+    device_.awaitHeld();
+    program.signal(SIGHUP);
+
+    const auto result = program.wait();
+    EXPECT_EQ(result.exitCode, 128 + SIGHUP);
+    EXPECT_THAT(result.errors, HasSubstr("interrupted; nothing was stored"));
+    EXPECT_THAT(device_.stored(), IsEmpty());
+}
+
+TEST_F(ProgramTest, AResultThatNobodyReadsIsAFailure) {
+    for (const auto* const output : {"/dev/full", "| true"}) {
+        const std::string to = *output == '/' ? std::string("> ") + output : output;
+        const auto result =
+            runProcess({"/bin/sh", "-c", "(sleep 0.2; \"$@\"; echo ended with $? >&2) " + to, "sh",
+                        VESK_CALIBRATE, "--help"});
+        EXPECT_THAT(result.errors, HasSubstr("standard output cannot be written")) << output;
+        EXPECT_THAT(result.errors, HasSubstr("ended with 1")) << output;
+    }
+}
+
 }  // namespace
 }  // namespace calibrate

@@ -122,6 +122,22 @@ TEST_F(RunTest, AsksForThePositionsOnATerminal) {
                                 HasSubstr("Put the microphone at position 2 of 2. Measure now?")));
 }
 
+TEST_F(RunTest, ANoAtAPositionKeepsWhatWasMeasured) {
+    answerWith("y\nn\n");
+    EXPECT_EQ(calibrate({"--positions", "2"}), kExitInterrupted);
+    EXPECT_THAT(errors(), AllOf(HasSubstr("stopped at the microphone's position"),
+                                HasSubstr("What was measured is in ")));
+    EXPECT_THAT(report().at("speakers").at(0).at("positions"), SizeIs(1));
+}
+
+TEST_F(RunTest, ANoBeforeTheVerificationLeavesTheFilterInUse) {
+    answerWith("y\ny\nn\n");
+    EXPECT_EQ(calibrate({"--positions", "2"}), kExitOk) << errors();
+    EXPECT_THAT(errors(), HasSubstr("warning: The result is not verified."));
+    EXPECT_EQ(device_.activeSlot(), 0);
+    EXPECT_TRUE(device_.mode().filtering());
+}
+
 TEST_F(RunTest, PositionsNeedSomebodyToAnswer) {
     EXPECT_EQ(calibrate({"--positions", "2"}), kExitUsage);
     EXPECT_THAT(errors(), HasSubstr("Nobody can answer here: add --yes"));

@@ -169,9 +169,10 @@ double levelBetween(const ImpulseResponse& response, double from, double to) {
     return sum / static_cast<double>(grid.size());
 }
 
-constexpr double kDelayStep = 0.2e-3;  // s, a twentieth of 250 Hz's period
-constexpr double kGainStep = 1;        // dB
-constexpr double kGainReach = 3;       // dB around the gain that makes the levels equal
+constexpr double kDelayStep = 0.2e-3;   // s, a twentieth of 250 Hz's period
+constexpr double kLongestWait = 30e-3;  // s, more is no room's, whatever the device can do
+constexpr double kGainStep = 1;         // dB
+constexpr double kGainReach = 3;        // dB around the gain that makes the levels equal
 
 struct Choice {
     double delay{0};  ///< s of the subwoofer after the mains; negative: before
@@ -250,18 +251,19 @@ std::vector<BassCell> bassCells(const SpeakerLayout& layout, const BassManagemen
 
 BassManagement alignBass(const std::vector<ImpulseResponse>& mains,
                          const ImpulseResponse& subwoofer, double crossover,
-                         const AlignmentCapacity& capacity) {
+                         const AlignmentCapacity& capacity, double mainGainLeft) {
     double mainLevel = 0;
     for (const auto& main : mains)
         mainLevel +=
             levelBetween(main, 1.5 * crossover, 12 * crossover) / static_cast<double>(mains.size());
     const double equalGain = mainLevel - levelBetween(subwoofer, 0.4 * crossover, crossover);
     const CrossoverRegion region(mains, subwoofer, crossover);
-    const auto choice = bestChoice(region, equalGain, capacity.maxDelay);
+    const auto choice = bestChoice(region, equalGain, std::min(capacity.maxDelay, kLongestWait));
     // Whoever is too loud is lowered; nothing is amplified.
     const double subwooferGain = std::clamp(std::min(choice.gain, 0.0), -capacity.maxGain, 0.0);
-    const double mainGain = std::clamp(std::min(-choice.gain, 0.0), -capacity.maxGain, 0.0);
+    const double mainGain = std::clamp(std::min(-choice.gain, 0.0), -mainGainLeft, 0.0);
     BassManagement bass{crossover, {}, choice.inverted};
+    bass.missingGain = std::abs(choice.gain) + subwooferGain + mainGain;
     bass.alignments.assign(mains.size(), {std::max(-choice.delay, 0.0), mainGain});
     bass.alignments.push_back({std::max(choice.delay, 0.0), subwooferGain});
     return bass;

@@ -58,6 +58,7 @@ struct BassManagement {
     double crossover{80};               ///< Hz
     std::vector<Alignment> alignments;  ///< by speaker, in the device's order
     bool inverted{false};               ///< the subwoofers' correction filters are to be inverted
+    double missingGain{0};              ///< dB, >= 0, for which the device's gain is too small
 
     static constexpr double kLowestCrossover = 40;
     static constexpr double kHighestCrossover = 250;
@@ -83,10 +84,11 @@ std::vector<BassCell> bassCells(const SpeakerLayout& layout, const BassManagemen
 /// The subwoofer's delay, level and polarity with which the main speakers and it add up best around
 /// the crossover. All responses are corrected already, at one place, with one origin of time and
 /// one sample rate; `mains` not empty. Alignments: first the mains', then the subwoofer's; the
-/// mains' own alignment is in their responses.
+/// mains' own alignment is in their responses, and has left them `mainGainLeft` (dB, >= 0) of the
+/// device's.
 BassManagement alignBass(const std::vector<measurement::ImpulseResponse>& mains,
                          const measurement::ImpulseResponse& subwoofer, double crossover,
-                         const AlignmentCapacity& capacity);
+                         const AlignmentCapacity& capacity, double mainGainLeft);
 
 /// A main speaker and the subwoofer together, as a bass-managed signal for that speaker sounds.
 measurement::ImpulseResponse crossedOver(const measurement::ImpulseResponse& main,

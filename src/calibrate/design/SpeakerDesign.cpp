@@ -124,6 +124,9 @@ void checkLimits(const Limits& limits) {
         throw BadInput("a boost of " + fixed(limits.maxBoost, 1) + " dB is not from 0 to 30 dB");
     if (!(limits.maxCut >= 0 && limits.maxCut <= 60))
         throw BadInput("a cut of " + fixed(limits.maxCut, 1) + " dB is not from 0 to 60 dB");
+    if (!(limits.headroom >= -40 && limits.headroom <= 30))
+        throw BadInput("a headroom of " + fixed(limits.headroom, 1) +
+                       " dB is not from -40 to 30 dB");
     if (!(limits.maxGroupDelay > 0))
         throw BadInput("the group delay's limit must be above 0");
 }

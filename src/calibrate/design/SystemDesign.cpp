@@ -21,6 +21,18 @@ constexpr double kShortest = 0.01;  // s of a response
 constexpr DeviationBand kJudged;
 constexpr int kBassRounds = 3;
 constexpr double kLargestStep = 6;  // dB of a sum's correction at once
+constexpr double kAudible = 0.5;    // dB between the subwoofer and the others
+
+// Largest samples of a response.
+constexpr double kSilent = 1e-12;
+constexpr double kLoudest = 1e6;
+
+double peakOf(const std::vector<double>& samples) {
+    double peak = 0;
+    for (const double sample : samples)
+        peak = std::max(peak, std::abs(sample));
+    return peak;
+}
 
 /// Works on one system from its responses to its cells.
 class Designer {
@@ -61,8 +73,8 @@ private:
             checkCapacity(capacity);
         for (const auto& speaker : speakers_)
             checkResponses(speaker);
-        if (options_.crossover != 0 && (options_.crossover < BassManagement::kLowestCrossover ||
-                                        options_.crossover > BassManagement::kHighestCrossover)) {
+        if (options_.crossover != 0 && !(options_.crossover >= BassManagement::kLowestCrossover &&
+                                         options_.crossover <= BassManagement::kHighestCrossover)) {
             throw BadInput("a crossover at " + hertz(options_.crossover) +
                            " is not from 40 to 250 Hz");
         }
@@ -76,11 +88,13 @@ private:
                 throw BadInput(speaker.name + ": all responses need the same sample rate");
             if (static_cast<double>(response.samples.size()) < kShortest * response.sampleRate)
                 throw BadInput(speaker.name + ": the response is shorter than 10 ms");
-            const auto silent = [](double sample) { return sample == 0; };
-            if (std::ranges::all_of(response.samples, silent))
-                throw BadInput(speaker.name + ": the response is silent");
             if (!std::ranges::all_of(response.samples, [](double x) { return std::isfinite(x); }))
                 throw BadInput(speaker.name + ": the response holds what is no number");
+            const double peak = peakOf(response.samples);
+            if (peak < kSilent)
+                throw BadInput(speaker.name + ": the response is silent");
+            if (peak > kLoudest)
+                throw BadInput(speaker.name + ": the response is far above full scale");
         }
     }
 
@@ -208,6 +222,7 @@ private:
             realiseAgain(i, [this](double rate) { return rate != sampleRate(); });
         keepHeadroom();
         joinBass();
+        warnOfBassLevel();
         invertSubwoofers();
         predictSubwoofers();
         addBassCells();
@@ -248,8 +263,8 @@ private:
             if (isMain(i))
                 mains.push_back(aligned(corrected(i), own_[i].gain, own_[i].delay));
         }
-        const auto found =
-            alignBass(mains, subwoofer, options_.crossover, options_.alignmentCapacity);
+        const auto found = alignBass(mains, subwoofer, options_.crossover,
+                                     options_.alignmentCapacity, mainGainLeft());
         auto main = mains.begin();
         SystemDesign::Bass bass{found, {}, {}};
         bass.management.alignments.clear();
@@ -266,6 +281,21 @@ private:
             bass.deviations.push_back(deviation(sum, options_.correction.target));
         }
         design_.bass = std::move(bass);
+    }
+
+    /// What the main speakers' own alignment has left of the device's gain.
+    double mainGainLeft() const {
+        const double lowest = std::ranges::min(own_, {}, &Alignment::gain).gain;
+        return std::max(options_.alignmentCapacity.maxGain + lowest, 0.0);
+    }
+
+    void warnOfBassLevel() {
+        if (design_.bass->management.missingGain < kAudible)
+            return;
+        design_.warnings.push_back("The subwoofer and the other speakers stay " +
+                                   fixed(design_.bass->management.missingGain, 1) +
+                                   " dB apart, because the device takes no more gain back: set "
+                                   "the subwoofer's own volume");
     }
 
     ImpulseResponse corrected(std::size_t i) {

@@ -2,37 +2,65 @@
 
 #include "calibrate/Errors.h"
 #include "calibrate/Text.h"
+#include "calibrate/TextFile.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cmath>
-#include <fstream>
 #include <optional>
 #include <string_view>
 
 namespace calibrate::measurement {
 namespace {
 
+constexpr std::size_t kMostBytes = 16 << 20;
 constexpr std::size_t kMostLines = 200'000;
 constexpr std::size_t kLongestLine = 4'096;
 constexpr double kHighestFrequency = 1e6;
 constexpr double kLargestLevel = 300;
 
-bool isSeparator(char c) {
-    return c == ' ' || c == '\t' || c == ',' || c == ';' || c == '\r';
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == ';';
 }
 
-std::vector<std::string_view> columnsOf(std::string_view line) {
-    std::vector<std::string_view> columns;
-    std::size_t at = 0;
-    while (at < line.size()) {
-        const std::size_t start = at;
-        while (at < line.size() && !isSeparator(line[at]))
-            ++at;
-        if (at > start)
-            columns.push_back(line.substr(start, at - start));
-        while (at < line.size() && isSeparator(line[at]))
-            ++at;
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+/// Where other characters part the columns and no number has a point, a comma between two digits is
+/// a decimal one: "20,5;-1,5".
+bool hasDecimalCommas(std::string_view line) {
+    bool isParted = false;
+    bool hasComma = false;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const bool isInner = i > 0 && i + 1 < line.size();
+        if (line[i] == '.')
+            return false;
+        if (line[i] == ',') {
+            if (!isInner || !isDigit(line[i - 1]) || !isDigit(line[i + 1]))
+                return false;
+            hasComma = true;
+        }
+        isParted = isParted || (isBlank(line[i]) && isInner);
+    }
+    return isParted && hasComma;
+}
+
+/// With decimal points.
+std::vector<std::string> columnsOf(std::string_view line) {
+    const bool decimalCommas = hasDecimalCommas(line);
+    std::vector<std::string> columns;
+    bool isNew = true;
+    for (const char c : line) {
+        if (isBlank(c) || (c == ',' && !decimalCommas)) {
+            isNew = true;
+            continue;
+        }
+        if (isNew)
+            columns.emplace_back();
+        columns.back() += c == ',' ? '.' : c;
+        isNew = false;
     }
     return columns;
 }
@@ -81,9 +109,11 @@ private:
         throw BadInput(name_ + ", line " + std::to_string(line_) + ": " + why);
     }
 
-    void takeColumns(std::string_view line, const std::vector<std::string_view>& columns) {
+    void takeColumns(std::string_view line, const std::vector<std::string>& columns) {
         const auto frequency = number(columns[0]);
-        if (!frequency && points_.empty() && std::isalpha(static_cast<unsigned char>(line[0]))) {
+        const bool isText = std::isalpha(static_cast<unsigned char>(line[0])) != 0 &&
+                            (columns.size() < 2 || !number(columns[1]));
+        if (!frequency && points_.empty() && isText) {
             headers_.emplace_back(line);
             return;
         }
@@ -118,13 +148,16 @@ private:
 }  // namespace
 
 CurveFile readCurveFile(const std::filesystem::path& path) {
-    std::error_code error;
-    std::ifstream file(path);
-    if (!file || !std::filesystem::is_regular_file(path, error))
-        throw BadInput(printable(path.string()) + ": cannot be read");
+    const std::string text = readTextFile(path, kMostBytes);
     Reader reader(path);
-    for (std::string line; std::getline(file, line);)
-        reader.take(line);
+    std::string_view rest = text;
+    while (!rest.empty()) {
+        const auto end = std::min(rest.find_first_of("\r\n"), rest.size());
+        reader.take(rest.substr(0, end));
+        rest.remove_prefix(end);
+        const bool isPair = rest.starts_with("\r\n");
+        rest.remove_prefix(std::min<std::size_t>(isPair ? 2 : 1, rest.size()));
+    }
     return reader.result();
 }
 

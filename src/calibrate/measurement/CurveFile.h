@@ -16,9 +16,10 @@ struct CurveFile {
 };
 
 /// Reads lines "frequency level [more columns]" in Hz and dB, separated by blanks, tabulators,
-/// commas or semicolons. Further columns (phase) are passed over. Lines that are empty, begin with
-/// # ; * / or a quote, or are text before the first line of numbers, are headers. Frequencies
-/// ascend; 0 Hz is passed over.
+/// commas or semicolons; a comma between digits is a decimal one where anything else parts the
+/// columns and no number has a point. Lines may end in any of the usual ways. Further columns
+/// (phase) are passed over. Lines that are empty, begin with # ; * / or a quote, or are text before
+/// the first line of numbers, are headers. Frequencies ascend; 0 Hz is passed over.
 ///
 /// Throws BadInput with the file's name, the line's number and what is wrong with it.
 CurveFile readCurveFile(const std::filesystem::path& path);

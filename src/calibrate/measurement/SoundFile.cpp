@@ -61,13 +61,11 @@ std::string reasonOf(SNDFILE* file) {
 }  // namespace
 
 SoundFile readSoundFile(const std::filesystem::path& path) {
+    checkReadable(path);
     SF_INFO info{};
     const File file(sf_open(path.c_str(), SFM_READ, &info));
-    if (!file) {
-        std::error_code error;
-        const bool exists = std::filesystem::exists(path, error);
-        refuse(path, exists ? printable(sf_strerror(nullptr)) : "no such file");
-    }
+    if (!file)
+        refuse(path, printable(sf_strerror(nullptr)));
     checkSize(path, info);
     const auto samples = readSamples(path, file.get(), info);
     const auto channels = static_cast<std::size_t>(info.channels);

@@ -69,6 +69,18 @@ int slotToFill(const DeviceProfile& profile, const RunOptions& options, Narrator
     return slot;
 }
 
+/// Whether the device as a whole kept its correction off: some speakers tell, and none tells
+/// otherwise.
+bool isUncorrected(const std::vector<JudgedVerification>& speakers) {
+    const auto tellsOtherwise = [](const JudgedVerification& speaker) {
+        const bool isFailed = speaker.verification.verdict == Verdict::unusable;
+        return speaker.path == Path::throughFilter || (isFailed && speaker.path == Path::unknown);
+    };
+    return std::ranges::find(speakers, Path::pastFilter, &JudgedVerification::path) !=
+               speakers.end() &&
+           std::ranges::none_of(speakers, tellsOtherwise);
+}
+
 Json json(const report::Verification& verification, const std::string& speaker) {
     return {{"speaker", speaker},
             {"verdict", measurement::verdictName(verification.verdict)},
@@ -184,15 +196,14 @@ std::vector<report::SweepResult> Calibrator::measureThroughFilter() {
 
 void Calibrator::verify() {
     auto results = measureThroughFilter();
-    bool isUncorrected = true;
+    std::vector<JudgedVerification> judged;
+    judged.reserve(results.size());
     for (std::size_t i = 0; i < results.size(); ++i) {
-        auto& speaker = calibration_.speakers[i];
-        auto judged = judge(std::move(results[i]), speaker.positions.front(),
-                            calibration_.design->speakers[i]);
-        isUncorrected = isUncorrected && judged.isUncorrected;
-        speaker.verification = std::move(judged.verification);
+        judged.push_back(judge(std::move(results[i]), calibration_.speakers[i].positions.front(),
+                               calibration_.design->speakers[i]));
+        calibration_.speakers[i].verification = judged.back().verification;
     }
-    if (isUncorrected && !options_.playCommand) {
+    if (isUncorrected(judged) && !options_.playCommand) {
         for (auto& speaker : calibration_.speakers)
             speaker.verification.reset();
         calibration_.warnings.push_back(

@@ -17,7 +17,7 @@ constexpr double kSubwoofersEnd = 120;  // Hz, up to which every subwoofer plays
 
 // What no device needs more of; the protocol takes no more either.
 constexpr std::uint32_t kMostTaps = 65'536;
-constexpr std::uint32_t kMostSections = 4'096;
+constexpr std::uint32_t kMostSections = 200;
 constexpr std::uint32_t kMostDelay = 1'000'000;  // samples
 
 constexpr double kShortestSweep = 0.2;  // s; less tells nothing about the bass
@@ -55,6 +55,16 @@ double period(const LogSweepInfo& info) {
            static_cast<double>(info.sample_rate());
 }
 
+measurement::LogSweep toSweep(const LogSweepInfo& info) {
+    return {static_cast<double>(info.start_frequency()),
+            static_cast<double>(info.end_frequency()),
+            info.length(),
+            info.silence(),
+            info.num_periods(),
+            static_cast<double>(info.sample_rate()),
+            info.fade_out_tail()};
+}
+
 /// Whether a room can be measured with it.
 bool isUsable(const LogSweepInfo& info) {
     const auto rate = static_cast<double>(info.sample_rate());
@@ -64,17 +74,7 @@ bool isUsable(const LogSweepInfo& info) {
     const bool range = from > 0 && to > 2 * from && to <= rate / 2;
     return rates && range && info.num_periods() == 1 && info.length() / rate >= kShortestSweep &&
            period(info) <= kLongestSweep && std::isfinite(info.fade_out_tail()) &&
-           info.fade_out_tail() < to - from;
-}
-
-measurement::LogSweep toSweep(const LogSweepInfo& info) {
-    return {static_cast<double>(info.start_frequency()),
-            static_cast<double>(info.end_frequency()),
-            info.length(),
-            info.silence(),
-            info.num_periods(),
-            static_cast<double>(info.sample_rate()),
-            info.fade_out_tail()};
+           info.fade_out_tail() < to - from && toSweep(info).highestCovered() > from;
 }
 
 double octaves(const LogSweepInfo& info) {
@@ -133,7 +133,7 @@ void readAlignment(EndpointClient& client, DeviceProfile& profile) {
 void checkFilters(const DeviceProfile& profile) {
     for (const auto& filter : profile.filters) {
         const auto rate = static_cast<double>(filter.sample_rate());
-        if (rate < 8'000 || rate > 1e6)
+        if (rate < 8'000 || rate > 768'000)
             fail("the device claims to filter at a sample rate of " + hertz(rate));
     }
 }

@@ -29,7 +29,6 @@ DeviceState::~DeviceState() {
 void DeviceState::fill(int slot) {
     if (SlotTable::looksEmpty(client_.slotInfo(slot)))
         filled_ = slot;
-    replaced_ = slot == activeSlot_;
 }
 
 void DeviceState::keep() {

@@ -32,9 +32,6 @@ public:
     /// What is in use now stays so.
     void keep();
 
-    /// Whether the slot that fill() named was active before, and can hence not be brought back.
-    bool isReplaced() const { return replaced_; }
-
 private:
     void restore();
     void restoreSlot();
@@ -44,7 +41,6 @@ private:
     const int activeSlot_;
     const std::optional<protocol::OperationMode> mode_;
     std::optional<int> filled_;
-    bool replaced_{false};
     bool changed_{false};
 };
 

@@ -1,6 +1,7 @@
 #include "calibrate/run/PlayCommand.h"
 
 #include "calibrate/Errors.h"
+#include "calibrate/Eventually.h"
 #include "calibrate/Text.h"
 
 #include <spawn.h>
@@ -64,24 +65,38 @@ PlayCommand::PlayCommand(const std::string& command, const std::filesystem::path
     : command_(command) {
     Environment environment(file);
     const Attributes how;
-    std::string shell = "sh";
+    std::string name = "sh";
     std::string option = "-c";
     std::string text = command;
-    char* arguments[] = {shell.data(), option.data(), text.data(), nullptr};
-    const int error = posix_spawn(&process_, "/bin/sh", &how.actions_, &how.attributes_, arguments,
+    char* arguments[] = {name.data(), option.data(), text.data(), nullptr};
+    pid_t shell = -1;
+    const int error = posix_spawn(&shell, "/bin/sh", &how.actions_, &how.attributes_, arguments,
                                   environment.get());
     if (error != 0) {
-        process_ = -1;
         throw OutputError("--play: the shell cannot be started: " +
                           std::string(std::strerror(error)));
     }
+    process_ = shell;
+    group_ = shell;
 }
 
 PlayCommand::~PlayCommand() {
-    if (process_ < 0)
+    if (group_ < 0)
         return;
-    kill(-process_, SIGTERM);
-    waitpid(process_, nullptr, 0);
+    kill(-group_, SIGTERM);
+    if (!endsInTime())
+        kill(-group_, SIGKILL);
+    if (process_ >= 0)
+        waitpid(process_, nullptr, 0);
+}
+
+/// Whether nothing of the group is left after a second at most.
+bool PlayCommand::endsInTime() {
+    return eventually([this] {
+        if (process_ >= 0 && waitpid(process_, nullptr, WNOHANG) == process_)
+            process_ = -1;
+        return kill(-group_, 0) != 0;
+    });
 }
 
 void PlayCommand::check() {
@@ -89,6 +104,9 @@ void PlayCommand::check() {
     if (process_ < 0 || waitpid(process_, &status, WNOHANG) != process_)
         return;
     process_ = -1;
+    // Later its number may be another's.
+    if (kill(-group_, 0) != 0)
+        group_ = -1;
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
         throw OutputError("--play: the command \"" + printable(command_) +
                           "\" failed; it has to play the file $FILE on the device");

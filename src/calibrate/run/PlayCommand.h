@@ -14,7 +14,7 @@ class PlayCommand {
 public:
     /// Throws OutputError when the system cannot start it.
     PlayCommand(const std::string& command, const std::filesystem::path& file);
-    /// Ends it when it still runs.
+    /// Ends it, and what it has left running, when that still runs: within about a second.
     ~PlayCommand();
     PlayCommand(const PlayCommand&) = delete;
     PlayCommand& operator=(const PlayCommand&) = delete;
@@ -23,8 +23,11 @@ public:
     void check();
 
 private:
+    bool endsInTime();
+
     const std::string command_;
     pid_t process_{-1};  // -1: has ended
+    pid_t group_{-1};    // of it and what it has started; -1: it never began
 };
 
 }  // namespace calibrate::run

@@ -63,17 +63,23 @@ std::string unfilteredText(const std::string& speaker) {
 struct Finding {
     Verdict verdict;
     std::string text;
-    bool isUncorrected{false};
 };
 
-Finding findingOf(const std::string& speaker, const Difference& toPrediction,
-                  const Difference& toBefore, const VerificationTolerance& tolerance) {
-    const bool isFar =
-        toPrediction.largest > tolerance.usable || std::abs(toPrediction.level) > tolerance.level;
+Path pathOf(const Difference& toPrediction, const Difference& toBefore,
+            const VerificationTolerance& tolerance) {
+    if (toPrediction.largest < toBefore.largest / 2)
+        return Path::throughFilter;
     const bool isAsBefore =
         toBefore.largest < toPrediction.largest / 2 && std::abs(toBefore.level) < tolerance.level;
-    if (isFar && isAsBefore)
-        return {Verdict::unusable, unfilteredText(speaker), true};
+    return isAsBefore ? Path::pastFilter : Path::unknown;
+}
+
+Finding findingOf(const std::string& speaker, const Difference& toPrediction, Path path,
+                  const VerificationTolerance& tolerance) {
+    const bool isFar =
+        toPrediction.largest > tolerance.usable || std::abs(toPrediction.level) > tolerance.level;
+    if (isFar && path == Path::pastFilter)
+        return {Verdict::unusable, unfilteredText(speaker)};
     if (toPrediction.largest > tolerance.usable) {
         return {Verdict::unusable, deviationText(speaker, toPrediction) +
                                        " Leave the microphone and the loudspeakers where they "
@@ -96,10 +102,11 @@ JudgedVerification judge(report::SweepResult sweep, const report::SweepResult& b
     }
     const design::DeviationBand band{correction.lowest, correction.highest};
     const auto after = spectrum(sweep.response);
-    auto finding =
-        findingOf(sweep.recording.speaker, difference(after, spectrum(correction.predicted), band),
-                  difference(after, spectrum(before.response), band), tolerance);
-    return {{std::move(sweep), finding.verdict, std::move(finding.text)}, finding.isUncorrected};
+    const auto toPrediction = difference(after, spectrum(correction.predicted), band);
+    const auto path =
+        pathOf(toPrediction, difference(after, spectrum(before.response), band), tolerance);
+    auto finding = findingOf(sweep.recording.speaker, toPrediction, path, tolerance);
+    return {{std::move(sweep), finding.verdict, std::move(finding.text)}, path};
 }
 
 }  // namespace calibrate::run

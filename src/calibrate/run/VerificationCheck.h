@@ -12,9 +12,13 @@ struct VerificationTolerance {
     double level{3};   ///< dB, difference of the whole level
 };
 
+/// What a speaker tells of the way that its sweep has taken. One that hardly needs a correction
+/// sounds alike either way.
+enum class Path { unknown, throughFilter, pastFilter };
+
 struct JudgedVerification {
     report::Verification verification;
-    bool isUncorrected{false};  ///< it sounds as before: the filter was not in the way
+    Path path{Path::unknown};
 };
 
 /// Judges a speaker's sweep through the filter: `correction` says what was predicted, `before` is

@@ -151,7 +151,7 @@ TEST(BassManagement, findsTheDelayOfASubwooferThatComesEarly) {
     std::vector<double> subwoofer(24'000);
     main[480] = 0.5;
     subwoofer[400] = 0.5;
-    const auto bass = alignBass({{48'000, main, 0}}, {48'000, subwoofer, 0}, 80, {});
+    const auto bass = alignBass({{48'000, main, 0}}, {48'000, subwoofer, 0}, 80, {}, 10);
     EXPECT_NEAR(bass.alignments[1].delay - bass.alignments[0].delay, 80 / 48'000.0, 0.21e-3);
     EXPECT_FALSE(bass.inverted);
     EXPECT_NEAR(bass.alignments[0].gain, 0, 0.6);
@@ -163,7 +163,7 @@ TEST(BassManagement, findsASubwooferWithSwappedWires) {
     std::vector<double> subwoofer(24'000);
     main[480] = 0.5;
     subwoofer[480] = -0.25;
-    const auto bass = alignBass({{48'000, main, 0}}, {48'000, subwoofer, 0}, 80, {});
+    const auto bass = alignBass({{48'000, main, 0}}, {48'000, subwoofer, 0}, 80, {}, 10);
     EXPECT_TRUE(bass.inverted);
     EXPECT_NEAR(bass.alignments[0].gain, -6, 0.6);
 }

@@ -141,3 +141,19 @@ TEST(SystemDesign, impossibleOptionsAreRefused) {
     options.crossover = 1'000;
     EXPECT_THAT(refusal({speaker("left", 480, 0.5)}, options), HasSubstr("crossover"));
 }
+
+TEST(SystemDesign, theBassTakesNoMoreGainThanTheDeviceHas) {
+    auto speakers = simulatedRoom(1).speakers;
+    const auto scale = [](MeasuredSpeaker& speaker, double gain) {
+        for (auto& position : speaker.positions)
+            for (double& sample : position.samples)
+                sample *= std::pow(10.0, gain / 20);
+    };
+    scale(speakers.front(), 9);
+    scale(speakers.back(), -15);
+    const auto design = designSystem(speakers, {});
+    for (const auto& corrected : design.speakers)
+        EXPECT_GE(corrected.alignment.gain, -AlignmentCapacity().maxGain - 1e-9) << corrected.name;
+    EXPECT_THAT(design.warnings,
+                testing::Contains(HasSubstr("The subwoofer and the other speakers stay ")));
+}

@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 using namespace calibrate::measurement;
 using testing::HasSubstr;
 
@@ -80,4 +82,39 @@ TEST_F(CurveFileTest, endlessLineIsRefused) {
 TEST_F(CurveFileTest, missingFileIsRefused) {
     EXPECT_THROW(readCurveFile(path()), calibrate::BadInput);
     EXPECT_THROW(readCurveFile(path().parent_path()), calibrate::BadInput);
+}
+
+TEST_F(CurveFileTest, commasBetweenDigitsMayBeDecimal) {
+    for (const auto* const text :
+         {"20,5;-1,5\n40;2\n", "20,5\t-1,5\n40\t2\n", "20,5 -1,5\n40 2\n"}) {
+        const auto points = read(text).curve.points();
+        ASSERT_EQ(points.size(), 2U) << text;
+        EXPECT_EQ(points[0].frequency, 20.5) << text;
+        EXPECT_EQ(points[0].level, -1.5) << text;
+        EXPECT_EQ(points[1].level, 2) << text;
+    }
+}
+
+TEST_F(CurveFileTest, commasPartColumnsWhereNothingElseDoes) {
+    const auto points = read("20,5\n40,-1.5\n60, 2\n80.5, 3, 90\n").curve.points();
+    ASSERT_EQ(points.size(), 4U);
+    EXPECT_EQ(points[0].frequency, 20);
+    EXPECT_EQ(points[0].level, 5);
+    EXPECT_EQ(points[1].level, -1.5);
+    EXPECT_EQ(points[2].level, 2);
+    EXPECT_EQ(points[3].frequency, 80.5);
+    EXPECT_EQ(points[3].level, 3);
+}
+
+TEST_F(CurveFileTest, linesMayEndInCarriageReturns) {
+    EXPECT_EQ(read("20 1\r40 2\r60 3\r").curve.points().size(), 3U);
+}
+
+TEST_F(CurveFileTest, aFirstLineOfNumbersIsNoHeader) {
+    expectRefused("nan 3\n20 1\n", "line 1: \"nan\" is no frequency");
+}
+
+TEST_F(CurveFileTest, aPipeIsRefusedAndNotWaitedFor) {
+    ASSERT_EQ(mkfifo(path().c_str(), 0600), 0);
+    EXPECT_THROW(readCurveFile(path()), calibrate::BadInput);
 }
