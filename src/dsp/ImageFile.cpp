@@ -1,5 +1,6 @@
 #include "dsp/ImageFile.h"
 
+#include "dsp/ReplacedFile.h"
 #include "dsp/ToolError.h"
 
 #include <cerrno>
@@ -10,18 +11,14 @@
 namespace dsp {
 namespace {
 
-[[noreturn]] void fail(const std::filesystem::path& file, const std::string& reason) {
-    throw ToolError(file.string() + ": " + reason);
-}
-
 std::string lastError() {
     return std::generic_category().message(errno);
 }
 
 void checkIsImage(const std::filesystem::path& file, const std::string& bytes) {
     if (bytes.size() != sizeof(DiracSegment))
-        fail(file, "is not a saved image: it has " + std::to_string(bytes.size()) + " bytes, not " +
-                       std::to_string(sizeof(DiracSegment)));
+        throw ToolError(file, "is not a saved image: it has " + std::to_string(bytes.size()) +
+                                  " bytes, not " + std::to_string(sizeof(DiracSegment)));
 }
 
 }  // namespace
@@ -29,35 +26,30 @@ void checkIsImage(const std::filesystem::path& file, const std::string& bytes) {
 std::unique_ptr<DiracConfiguration> readImageFile(const std::filesystem::path& file) {
     std::ifstream stream(file, std::ios::binary);
     if (!stream)
-        fail(file, lastError());
+        throw ToolError(file, lastError());
     std::string bytes(sizeof(DiracSegment) + 1, '\0');
     stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (stream.bad())
-        fail(file, lastError());
+        throw ToolError(file, lastError());
     bytes.resize(static_cast<std::size_t>(stream.gcount()));
     checkIsImage(file, bytes);
     auto segment = std::make_unique<DiracSegment>();
     bytes.copy(reinterpret_cast<char*>(segment.get()), sizeof *segment);
     if (segment->magic != DiracSegment::kMagic)
-        fail(file, "is not a saved image: it begins with other bytes than the segment");
+        throw ToolError(file, "is not a saved image: it begins with other bytes than the segment");
     return std::make_unique<DiracConfiguration>(segment->configuration);
 }
 
 void writeImageFile(const std::filesystem::path& file, const DiracConfiguration& image) {
-    const std::filesystem::path partial = file.string() + ".part";
+    ReplacedFile replaced(file);
     const auto segment = std::make_unique<DiracSegment>();
     segment->configuration = image;
-    std::ofstream stream(partial, std::ios::binary | std::ios::trunc);
+    std::ofstream stream(replaced.partial(), std::ios::binary | std::ios::trunc);
     stream.write(reinterpret_cast<const char*>(segment.get()), sizeof *segment);
     stream.close();
-    std::error_code error;
-    if (stream)
-        std::filesystem::rename(partial, file, error);
-    if (stream && !error)
-        return;
-    const std::string reason = error ? error.message() : lastError();
-    std::filesystem::remove(partial, error);
-    fail(file, "cannot be written: " + reason);
+    if (!stream)
+        throw ToolError(file, "cannot be written: " + lastError());
+    replaced.commit();
 }
 
 }  // namespace dsp

@@ -1,5 +1,6 @@
 #include "dsp/WavFile.h"
 
+#include "dsp/ReplacedFile.h"
 #include "dsp/ToolError.h"
 
 #include <sndfile.h>
@@ -7,7 +8,6 @@
 #include <cmath>
 #include <memory>
 #include <string>
-#include <system_error>
 
 namespace dsp {
 namespace {
@@ -18,10 +18,6 @@ struct Close {
     void operator()(SNDFILE* file) const { sf_close(file); }
 };
 using File = std::unique_ptr<SNDFILE, Close>;
-
-[[noreturn]] void fail(const std::filesystem::path& file, const std::string& reason) {
-    throw ToolError(file.string() + ": " + reason);
-}
 
 bool isWide(int format) {
     const int samples = format & SF_FORMAT_SUBMASK;
@@ -37,11 +33,12 @@ Sound readAll(SNDFILE* file, const SF_INFO& info, const std::filesystem::path& p
     std::vector<double> block(blockFrames * channels);
     while (const sf_count_t frames = sf_readf_double(file, block.data(), blockFrames)) {
         if (frames < 0 || sf_error(file) != SF_ERR_NO_ERROR)
-            fail(path, sf_strerror(file));
+            throw ToolError(path, sf_strerror(file));
         for (std::size_t i = 0; i < static_cast<std::size_t>(frames) * channels; ++i) {
             if (!std::isfinite(block[i]))
-                fail(path, "frame " + std::to_string(sound.channels[i % channels].size()) +
-                               " holds a sample that is not a number");
+                throw ToolError(path, "frame " +
+                                          std::to_string(sound.channels[i % channels].size()) +
+                                          " holds a sample that is not a number");
             sound.channels[i % channels].push_back(block[i]);
         }
     }
@@ -77,30 +74,24 @@ std::string writeAll(const std::filesystem::path& path, const Sound& sound) {
 
 Sound readSound(const std::filesystem::path& path) {
     if (!std::filesystem::exists(path))
-        fail(path, "there is no such file");
+        throw ToolError(path, "there is no such file");
     SF_INFO info{};
     const File file(sf_open(path.c_str(), SFM_READ, &info));
     if (!file)
-        fail(path, sf_strerror(nullptr));
+        throw ToolError(path, sf_strerror(nullptr));
     if (info.frames > kMostSamples / info.channels)
-        fail(path, "is too long: " + std::to_string(info.frames) + " frames");
+        throw ToolError(path, "is too long: " + std::to_string(info.frames) + " frames");
     Sound sound = readAll(file.get(), info, path);
     if (sound.frames() == 0)
-        fail(path, "holds no sound");
+        throw ToolError(path, "holds no sound");
     return sound;
 }
 
 void writeWav(const std::filesystem::path& path, const Sound& sound) {
-    const std::filesystem::path partial = path.string() + ".part";
-    const std::string reason = writeAll(partial, sound);
-    std::error_code error;
-    if (reason.empty())
-        std::filesystem::rename(partial, path, error);
-    if (reason.empty() && !error)
-        return;
-    std::error_code ignored;
-    std::filesystem::remove(partial, ignored);
-    fail(path, "cannot be written: " + (reason.empty() ? error.message() : reason));
+    ReplacedFile file(path);
+    if (const std::string reason = writeAll(file.partial(), sound); !reason.empty())
+        throw ToolError(path, "cannot be written: " + reason);
+    file.commit();
 }
 
 }  // namespace dsp

@@ -23,7 +23,7 @@ struct Sound {
 Sound readSound(const std::filesystem::path& path);
 
 /// A WAV file of 32-bit floats, or of 64-bit ones for wide samples: never clipped, and exact for
-/// what was only passed on. A file that exists is replaced once the new one is complete.
+/// what was only passed on. Replaces a file as ReplacedFile does.
 void writeWav(const std::filesystem::path& path, const Sound& sound);
 
 }  // namespace dsp

@@ -11,8 +11,11 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <limits>
 #include <optional>
 
@@ -55,7 +58,27 @@ protected:
         EXPECT_THAT(result.output, IsEmpty());
         EXPECT_THAT(result.errors, AllOf(HasSubstr("vesk-dsp: "), HasSubstr(text)));
         EXPECT_FALSE(std::filesystem::exists(path("out.wav")));
-        EXPECT_FALSE(std::filesystem::exists(path("out.wav.part")));
+        EXPECT_THAT(hiddenFiles(), IsEmpty());
+    }
+
+    std::vector<std::string> hiddenFiles() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(directory_.path())) {
+            if (const auto name = entry.path().filename().string(); name.starts_with('.'))
+                names.push_back(name);
+        }
+        return names;
+    }
+
+    /// As on a disk that takes at most a kilobyte of a file.
+    ProcessResult toolOnAFullDisk(const std::string& arguments) const {
+        return runProcess(
+            {"/bin/sh", "-c", "trap '' XFSZ; ulimit -f 1; exec '" VESK_DSP_TOOL "' " + arguments},
+            directory_.path());
+    }
+    std::string contentOf(const std::string& name) const {
+        std::ifstream stream(path(name), std::ios::binary);
+        return {std::istreambuf_iterator<char>(stream), {}};
     }
 
     const ScratchDirectory directory_;
@@ -203,6 +226,49 @@ TEST_F(DspToolTest, AnUnwritableOutputEndsWithOne) {
         tool({"process", path("in.wav"), path("nowhere/out.wav"), "--key", std::to_string(key_)});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_THAT(result.errors, HasSubstr(path("nowhere/out.wav") + ": cannot be written"));
+}
+
+TEST_F(DspToolTest, AFullDiskEndsWithOneAndKeepsTheOldFiles) {
+    publish(*plainImage());
+    writeInput(noise(1, 1000), 48000);
+    std::ofstream(path("old")) << "old";
+    const std::string key = " --key " + std::to_string(key_);
+    for (const std::string verb : {"process in.wav old", "save old"}) {
+        const auto result = toolOnAFullDisk(verb + key);
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_THAT(result.errors, HasSubstr("vesk-dsp: old: cannot be written: "));
+        EXPECT_EQ(contentOf("old"), "old");
+        EXPECT_THAT(hiddenFiles(), IsEmpty());
+    }
+}
+
+TEST_F(DspToolTest, AnOutputThatIsNoFileEndsWithOneAndStays) {
+    publish(*plainImage());
+    writeInput(noise(1, 100), 48000);
+    ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+    const std::string key = std::to_string(key_);
+    for (const auto& result : {tool({"save", path("pipe"), "--key", key}),
+                               tool({"process", path("in.wav"), path("pipe"), "--key", key})}) {
+        expectFailure(result, path("pipe") + ": is no regular file");
+        EXPECT_TRUE(std::filesystem::is_fifo(path("pipe")));
+    }
+}
+
+TEST_F(DspToolTest, AnOutputLeavesForeignFilesAlone) {
+    publish(*plainImage());
+    writeInput(noise(1, 100), 48000);
+    std::ofstream(path("out.wav.part")) << "foreign";
+    EXPECT_EQ(processSegment().exitCode, 0);
+    EXPECT_EQ(contentOf("out.wav.part"), "foreign");
+}
+
+TEST_F(DspToolTest, AnOutputThatIsALinkReplacesItsTarget) {
+    publish(*plainImage());
+    writeInput(noise(1, 100), 48000);
+    std::filesystem::create_symlink("target.wav", path("out.wav"));
+    EXPECT_EQ(processSegment().exitCode, 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(path("out.wav")));
+    EXPECT_EQ(dsp::readSound(path("target.wav")).channels, dsp::readSound(path("in.wav")).channels);
 }
 
 TEST_F(DspToolTest, AFileThatIsNoSavedImageEndsWithOne) {
