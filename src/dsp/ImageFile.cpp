@@ -1,5 +1,6 @@
 #include "dsp/ImageFile.h"
 
+#include "dsp/RegularFile.h"
 #include "dsp/ReplacedFile.h"
 #include "dsp/ToolError.h"
 
@@ -24,6 +25,7 @@ void checkIsImage(const std::filesystem::path& file, const std::string& bytes) {
 }  // namespace
 
 std::unique_ptr<DiracConfiguration> readImageFile(const std::filesystem::path& file) {
+    refuseIrregularFile(file);
     std::ifstream stream(file, std::ios::binary);
     if (!stream)
         throw ToolError(file, lastError());

@@ -1,5 +1,6 @@
 #include "dsp/WavFile.h"
 
+#include "dsp/RegularFile.h"
 #include "dsp/ReplacedFile.h"
 #include "dsp/ToolError.h"
 
@@ -75,6 +76,7 @@ std::string writeAll(const std::filesystem::path& path, const Sound& sound) {
 Sound readSound(const std::filesystem::path& path) {
     if (!std::filesystem::exists(path))
         throw ToolError(path, "there is no such file");
+    refuseIrregularFile(path);
     SF_INFO info{};
     const File file(sf_open(path.c_str(), SFM_READ, &info));
     if (!file)

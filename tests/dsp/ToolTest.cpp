@@ -199,6 +199,23 @@ TEST_F(DspToolTest, AFileThatIsNoSoundEndsWithOne) {
     expectFailure(processSegment(), path("in.wav"));
 }
 
+TEST_F(DspToolTest, AnInputThatIsNoFileEndsWithOneAtOnce) {
+    publish(*plainImage());
+    ASSERT_EQ(mkfifo(path("in.wav").c_str(), 0600), 0);
+    expectFailure(processSegment(), path("in.wav") + ": is no regular file");
+    std::filesystem::remove(path("in.wav"));
+    std::filesystem::create_directory(path("in.wav"));
+    expectFailure(processSegment(), path("in.wav") + ": is no regular file");
+}
+
+TEST_F(DspToolTest, AnImageThatIsNoFileEndsWithOneAtOnce) {
+    writeInput(noise(1, 100), 48000);
+    ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+    std::filesystem::create_symlink("pipe", path("link"));
+    for (const char* const name : {"pipe", "link"})
+        expectFailure(process({"--image", path(name)}), path(name) + ": is no regular file");
+}
+
 TEST_F(DspToolTest, AnotherRateEndsWithOne) {
     publish(*plainImage());
     writeInput(noise(1, 100), 32000);
