@@ -194,6 +194,15 @@ std::vector<float> readLowPass(const DiracConfiguration& image, unsigned rate) {
     return taps;
 }
 
+/// The longest delay of cells or of channels, which stand side by side.
+template <typename Delayed>
+std::size_t longestOf(const std::vector<Delayed>& all) {
+    std::size_t longest = 0;
+    for (const Delayed& one : all)
+        longest = std::max(longest, one.delay);
+    return longest;
+}
+
 }  // namespace
 
 Correction readCorrection(const DiracConfiguration& image, const StreamRate& rate,
@@ -214,6 +223,13 @@ Correction readCorrection(const DiracConfiguration& image, const StreamRate& rat
     readBassControl(image, rate, &correction);
     readChannels(image.groups[rate.group], rate, &correction);
     return correction;
+}
+
+std::size_t longestDelay(const Correction& correction, const StreamRate& rate) {
+    std::size_t frames = longestOf(correction.channels);
+    for (const BassControlSection& section : correction.bassControl)
+        frames += rate.ratio * longestOf(section);
+    return frames;
 }
 
 }  // namespace dsp

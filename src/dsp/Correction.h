@@ -53,4 +53,8 @@ struct Correction {
 Correction readCorrection(const DiracConfiguration& image, const StreamRate& rate,
                           std::size_t channels);
 
+/// Frames of the stream after which all delays have let through what came first, whatever the way
+/// through bass control: its sections follow one another, and the channels follow them.
+std::size_t longestDelay(const Correction& correction, const StreamRate& rate);
+
 }  // namespace dsp

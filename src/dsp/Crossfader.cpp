@@ -1,7 +1,5 @@
 #include "dsp/Crossfader.h"
 
-#include "sdk/dldsp/DiracConfiguration.h"
-
 #include <algorithm>
 #include <utility>
 
@@ -10,17 +8,11 @@ namespace {
 
 constexpr std::size_t kFadeMilliseconds = 20;
 
-std::size_t framesOfFir(unsigned rate) {
-    const auto known = streamRate(rate);
-    return DiracLimits::taps * (known ? known->ratio : 1);
-}
-
 }  // namespace
 
 Crossfader::Crossfader(std::unique_ptr<Engine> first, EngineHandover& handover)
     : handover_(handover),
       present_(std::move(first)),
-      warmUp_(framesOfFir(present_->format().rate)),
       fade_(present_->format().rate * kFadeMilliseconds / 1000),
       storage_(present_->format().channels * kBlock),
       inputs_(present_->format().channels),
@@ -62,14 +54,15 @@ void Crossfader::mixIn(double* const* output, std::size_t frames) const {
 
 /// From 0 to 1; `frame` counts from the first that the next engine heard.
 double Crossfader::nextShare(std::size_t frame) const {
-    if (frame < warmUp_)
+    const std::size_t warmUp = next_->warmUp();
+    if (frame < warmUp)
         return 0;
-    return std::min(1.0, static_cast<double>(frame - warmUp_) / static_cast<double>(fade_));
+    return std::min(1.0, static_cast<double>(frame - warmUp) / static_cast<double>(fade_));
 }
 
 void Crossfader::advance(std::size_t frames) {
     heard_ += frames;
-    if (heard_ < warmUp_ + fade_)
+    if (heard_ < next_->warmUp() + fade_)
         return;
     std::swap(present_, next_);
     handover_.retire(std::move(next_));

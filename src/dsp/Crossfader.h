@@ -11,15 +11,13 @@
 namespace dsp {
 
 /// Runs the present engine, and fades to the next one when there is one. A new engine first hears
-/// the stream for as long as a FIR lasts, then its output is mixed in, linearly, in 20 ms. Belongs
-/// to the audio thread.
+/// the stream until it is warm, then its output is mixed in, linearly, in 20 ms. Belongs to the
+/// audio thread.
 class Crossfader {
 public:
     /// `handover` outlives the fader. All engines have the format of `first`.
     Crossfader(std::unique_ptr<Engine> first, EngineHandover& handover);
 
-    /// Frames that a new engine hears before it is heard.
-    [[nodiscard]] std::size_t warmUp() const { return warmUp_; }
     /// Frames of the fade.
     [[nodiscard]] std::size_t fade() const { return fade_; }
 
@@ -37,7 +35,6 @@ private:
     EngineHandover& handover_;
     std::unique_ptr<Engine> present_;
     std::unique_ptr<Engine> next_;
-    std::size_t warmUp_;
     std::size_t fade_;
     std::size_t heard_{0};  ///< frames that next_ has heard
     AlignedBuffer<double> storage_;

@@ -6,6 +6,14 @@
 #include <functional>
 
 namespace dsp {
+namespace {
+
+std::size_t framesOfFir(unsigned rate) {
+    const auto known = streamRate(rate);
+    return DiracLimits::taps * (known ? known->ratio : 1);
+}
+
+}  // namespace
 
 std::size_t Engine::latency(unsigned rate) {
     const auto known = streamRate(rate);
@@ -14,7 +22,10 @@ std::size_t Engine::latency(unsigned rate) {
 
 Engine::Engine(const DiracConfiguration& image, const StreamFormat& format,
                const VectorKernels& kernels)
-    : format_(format), inputs_(format.channels), outputs_(format.channels) {
+    : format_(format),
+      warmUp_(framesOfFir(format.rate)),
+      inputs_(format.channels),
+      outputs_(format.channels) {
     const auto rate = streamRate(format.rate);
     const Correction correction =
         rate ? readCorrection(image, *rate, format.channels) : Correction{};
@@ -29,6 +40,7 @@ Engine::Engine(const DiracConfiguration& image, const StreamFormat& format,
 
 void Engine::build(const Correction& correction, const StreamRate& rate,
                    const VectorKernels& kernels) {
+    warmUp_ += longestDelay(correction, rate);
     baseBand_.emplace(correction, kernels);
     for (const ChannelCorrection& channel : correction.channels)
         linear_.push_back({DelayLine(channel.delay), channel.factor});

@@ -40,6 +40,10 @@ public:
     /// Frames between input and output, the same for all images at `rate`.
     static std::size_t latency(unsigned rate);
 
+    /// Frames of a stream that an engine must have heard before it may be heard itself: until then
+    /// its FIRs or its delays lack what came before.
+    [[nodiscard]] std::size_t warmUp() const { return warmUp_; }
+
     [[nodiscard]] const StreamFormat& format() const { return format_; }
     [[nodiscard]] const std::vector<std::string>& problems() const { return problems_; }
 
@@ -63,6 +67,7 @@ private:
     void alignChannels(double* const* output, std::size_t frames);
 
     StreamFormat format_;
+    std::size_t warmUp_;
     std::vector<std::string> problems_;
     std::vector<DelayLine> latency_;       ///< a line for each channel; empty unless bypassed
     std::optional<BaseBand> baseBand_;     ///< none when bypassed

@@ -117,6 +117,19 @@ TEST(Correction, DelayIsRoundedToFramesOfTheStream) {
     EXPECT_EQ(read(*image, 176400).channels[1].delay, 176U);
 }
 
+TEST(Correction, TheLongestDelayIsThatOfTheChannelsBehindThoseOfBassControlInSeries) {
+    const auto image = plainImage();
+    EXPECT_EQ(longestDelay(read(*image), *streamRate(48000)), 0U);
+    image->groups[0][0].linearEnabled = image->groups[0][1].linearEnabled = 1;
+    image->groups[0][0].delay = 20;
+    image->groups[0][1].delay = 10;
+    EXPECT_EQ(longestDelay(read(*image), *streamRate(48000)), 960U);
+    addBassControl(image.get());
+    image->bassControl[0][4] = image->bassControl[0][2];
+    EXPECT_EQ(longestDelay(read(*image), *streamRate(48000)), 960U + 51U + 51U);
+    EXPECT_EQ(longestDelay(read(*image, 192000), *streamRate(192000)), 4 * (960U + 51U + 51U));
+}
+
 TEST(Correction, EachRateHasItsGroup) {
     const auto image = filterImage(1, 10, 0);
     image->groups[0][0].tapCount = 3;

@@ -21,8 +21,9 @@ protected:
         return std::make_unique<Engine>(image, StreamFormat{rate, 2});
     }
 
-    static Channels engineOutput(const DiracConfiguration& image, const Channels& input) {
-        const auto engine = engineOf(image);
+    static Channels engineOutput(const DiracConfiguration& image, const Channels& input,
+                                 unsigned rate = kRate) {
+        const auto engine = engineOf(image, rate);
         return processedBy([&](const double* const* from, double* const* to,
                                std::size_t frames) { engine->process(from, to, frames); },
                            input);
@@ -30,19 +31,22 @@ protected:
 
     /// Offers the engine of `next` before frame `at`.
     Channels faded(const DiracConfiguration& first, const DiracConfiguration& next, std::size_t at,
-                   const Channels& input) {
-        Crossfader fader(engineOf(first), handover_);
+                   const Channels& input, unsigned rate = kRate) {
+        Crossfader fader(engineOf(first, rate), handover_);
         std::size_t frame = 0;
         return processedBy(
             [&](const double* const* from, double* const* to, std::size_t frames) {
                 if (frame == at)
-                    handover_.offer(engineOf(next));
+                    handover_.offer(engineOf(next, rate));
                 fader.process(from, to, frames);
                 handover_.reclaim();
                 frame += frames;
             },
             input);
     }
+
+    void expectNeitherGapNorClick(const DiracConfiguration& first, const DiracConfiguration& next,
+                                  unsigned rate);
 
     EngineHandover handover_;
 };
@@ -87,6 +91,64 @@ TEST_F(CrossfaderTest, BetweenBypassAndFilterThereIsNoClick) {
     }
 }
 
+Image imageWithDelay(float milliseconds, float gain) {
+    auto image = plainImage();
+    for (auto& group : image->groups) {
+        group[0].linearEnabled = 1;
+        group[0].delay = milliseconds;
+        group[0].gain = gain;
+    }
+    return image;
+}
+
+/// Sends channel 0 through two delays one after the other.
+Image imageWithDelaysInSeries(std::int32_t samples, float gain) {
+    auto image = plainImage();
+    image->bassControlPresent = 1;
+    for (auto& block : image->bassControl) {
+        for (const std::size_t section : {1, 3}) {
+            block[section].type = 1;
+            block[section].cellCount = 1;
+            block[section].cells[0].delay = samples;
+            block[section].cells[0].gain = gain;
+        }
+    }
+    return image;
+}
+
+/// From an image to one that differs in the gain, while a tone goes on.
+void CrossfaderTest::expectNeitherGapNorClick(const DiracConfiguration& first,
+                                              const DiracConfiguration& next, unsigned rate) {
+    constexpr double frequency = 100;
+    constexpr std::size_t at = 102400;  // whole blocks
+    const Channels input(2, tone(frequency, rate, 2 * at));
+    const Channel output = faded(first, next, at, input, rate)[0];
+    const Channel old = engineOutput(first, input, rate)[0];
+    const Channel fresh = engineOutput(next, input, rate)[0];
+    const double steepest = 2 * M_PI * frequency / rate + 50.0 / rate;  // the tone's and the fade's
+    for (std::size_t n = at; n < output.size(); ++n) {
+        ASSERT_GT(output[n], std::min(old[n], fresh[n]) - 1e-9) << n;
+        ASSERT_LT(output[n], std::max(old[n], fresh[n]) + 1e-9) << n;
+        ASSERT_LT(std::abs(output[n] - output[n - 1]), steepest) << n;
+    }
+    EXPECT_NEAR(output.back(), fresh.back(), 1e-9);
+}
+
+TEST_F(CrossfaderTest, ThroughALongDelayThereIsNeitherAGapNorAClick) {
+    for (const unsigned rate : {44100U, 48000U, 96000U, 192000U}) {
+        SCOPED_TRACE(rate);
+        expectNeitherGapNorClick(*imageWithDelay(100, 0), *imageWithDelay(100, -6), rate);
+    }
+}
+
+TEST_F(CrossfaderTest, ThroughDelaysInSeriesThereIsNeitherAGapNorAClick) {
+    for (const unsigned rate : {44100U, 48000U, 96000U, 192000U}) {
+        SCOPED_TRACE(rate);
+        expectNeitherGapNorClick(*imageWithDelaysInSeries(3000, 0),
+                                 *imageWithDelaysInSeries(3000, -3), rate);
+    }
+}
+
 TEST_F(CrossfaderTest, BetweenEqualFiltersNothingIsHeard) {
     const auto image = filterImage(2, 1000, 0);
     const Channels input = noise(2, 8000);
@@ -97,7 +159,6 @@ TEST_F(CrossfaderTest, FadesForTwentyMillisecondsAtEachRate) {
     for (const unsigned rate : {44100U, 48000U, 96000U, 192000U}) {
         const Crossfader fader(engineOf(*plainImage(), rate), handover_);
         EXPECT_EQ(fader.fade(), rate / 50);
-        EXPECT_EQ(fader.warmUp(), 1024 * (rate / (rate % 44100 == 0 ? 44100 : 48000)));
     }
 }
 

@@ -164,6 +164,20 @@ TEST(Engine, LatencyIsThatOfTheRate) {
         EXPECT_EQ(Engine::latency(rate), 254U);
 }
 
+TEST(Engine, WarmsUpForAsLongAsAFirAndTheLongestDelays) {
+    const auto image = plainImage();
+    for (auto& group : image->groups) {
+        group[1].linearEnabled = 1;
+        group[1].delay = 100;
+    }
+    EXPECT_EQ(Engine(*image, {48000, 2}).warmUp(), 1024U + 4800U);
+    EXPECT_EQ(Engine(*image, {176400, 2}).warmUp(), 4096U + 17640U);
+    EXPECT_EQ(Engine(*image, {32000, 2}).warmUp(), 1024U);
+    image->bypass = 1;
+    EXPECT_EQ(Engine(*image, {48000, 2}).warmUp(), 1024U);
+    EXPECT_EQ(Engine(*image, {192000, 2}).warmUp(), 4096U);
+}
+
 TEST(Engine, AnUnknownRatePassesEveryBitAndIsReported) {
     const auto image = filterImage(2, 100, 5);
     Engine engine(*image, {32000, 2});

@@ -273,6 +273,8 @@ TEST_F(ProcessorTest, DoesNothingInTheAudioThreadThatMayWait) {
     for (const unsigned rate : {48000U, 96000U, 176400U}) {
         const auto image = filterImage(10, 1000, 30);
         addBassControl(image.get());
+        image->groups[0][0].linearEnabled = image->groups[1][0].linearEnabled = 1;
+        image->groups[0][0].delay = image->groups[1][0].delay = 30;
         publish(*image);
         processor().prepare({rate, 10});
         EXPECT_EQ(offencesDuring(image.get()), 0U) << rate;
