@@ -31,9 +31,9 @@ public:
     VESK_FIELD(QVariantList, speakers, Speakers)  // VeskDiracSpeakerInfo
     VESK_FIELD(QVariantList, mics, Mics)          // VeskDiracMicsInfo
     VESK_FIELD(unsigned, numberOfSlots, NumberOfSlots)
-    VESK_FIELD(int, stimuliSampleRate, StimuliSampleRate)   // Hz
-    VESK_FIELD(unsigned, stimuliChannels, StimuliChannels)  // absent: one per speaker
-    VESK_FIELD(int, ipcKey, IpcKey)  // not the segment's; of no effect
+    VESK_FIELD(int, stimuliSampleRate, StimuliSampleRate)      // Hz
+    VESK_FIELD(unsigned, stimuliChannels, StimuliChannels)     // absent: one per speaker
+    VESK_FIELD(int, ipcKey, IpcKey)                            // not the segment's; of no effect
     VESK_FIELD(QString, micDeviceName, MicDeviceName)          // an ALSA name
     VESK_FIELD(int, micRecordSampleRate, MicRecordSampleRate)  // Hz
     VESK_FIELD(bool, disableShmUpdate, DisableShmUpdate)       // the DSP image stays as it is
