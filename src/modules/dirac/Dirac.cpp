@@ -73,7 +73,7 @@ void Dirac::makeConnections() {
     watch(PlayLogicInterface::playerInstance()->dataPath(), &Dirac::on_playerData_changed);
 
     const auto restartServerAction = [this](const CMSetDataRequest& request) {
-        DIRAC_SCOPED_TRACE();
+        const ScopedTrace trace({__PRETTY_FUNCTION__, __FILE__, __LINE__});
         stopServer();
         request.reply().setValue(QVariant());
     };
