@@ -108,9 +108,10 @@ TEST_F(DspToolTest, OutputIsInStepWithTheInput) {
 
 TEST_F(DspToolTest, LatencyIsKeptOnDemand) {
     publish(*plainImage());
-    const Channels input = noise(1, 5000);
+    Channels input = noise(1, 5000);
     writeInput(input, 96000);
     EXPECT_EQ(processSegment({"--keep-latency"}).exitCode, 0);
+    input.front().resize(5000 + 254);
     EXPECT_EQ(output().channels, delayed(input, 254));
 }
 
