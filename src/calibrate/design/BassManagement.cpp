@@ -170,6 +170,7 @@ double levelBetween(const ImpulseResponse& response, double from, double to) {
 }
 
 constexpr double kDelayStep = 0.2e-3;   // s, a twentieth of 250 Hz's period
+constexpr double kRounding = 1e-6;      // of a number of steps
 constexpr double kLongestWait = 30e-3;  // s, more is no room's, whatever the device can do
 constexpr double kGainStep = 1;         // dB
 constexpr double kGainReach = 3;        // dB around the gain that makes the levels equal
@@ -183,8 +184,12 @@ struct Choice {
 
 Choice bestChoice(const CrossoverRegion& region, double equalGain, double maxDelay) {
     Choice best;
-    for (double delay = -maxDelay; delay <= maxDelay; delay += kDelayStep) {
-        for (double gain = -kGainReach; gain <= kGainReach; gain += kGainStep) {
+    const auto delays = static_cast<int>(2 * maxDelay / kDelayStep + kRounding);
+    const auto gains = static_cast<int>(2 * kGainReach / kGainStep + kRounding);
+    for (int i = 0; i <= delays; ++i) {
+        const double delay = i * kDelayStep - maxDelay;
+        for (int k = 0; k <= gains; ++k) {
+            const double gain = k * kGainStep - kGainReach;
             for (const bool inverted : {false, true}) {
                 const double factor = linear(equalGain + gain) * (inverted ? -1 : 1);
                 const double roughness = region.roughness(delay, factor);

@@ -206,7 +206,7 @@ void Calibrator::verify() {
     if (isUncorrected(judged) && !options_.playCommand) {
         for (auto& speaker : calibration_.speakers)
             speaker.verification.reset();
-        calibration_.warnings.push_back(
+        calibration_.warnings.emplace_back(
             "The result is not verified: this device keeps its correction off while it plays "
             "stimuli. With --play a command that plays a sound file on it verifies the result.");
         narrator_.warn(calibration_.warnings.back());
