@@ -28,28 +28,32 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
+std::string_view trimmed(std::string_view line) {
+    while (!line.empty() && isBlank(line.front()))
+        line.remove_prefix(1);
+    while (!line.empty() && isBlank(line.back()))
+        line.remove_suffix(1);
+    return line;
+}
+
 /// Where other characters part the columns and no number has a point, a comma between two digits is
-/// a decimal one: "20,5;-1,5".
+/// a decimal one: "20,5;-1,5". No blanks around the line.
 bool hasDecimalCommas(std::string_view line) {
-    bool isParted = false;
-    bool hasComma = false;
-    for (std::size_t i = 0; i < line.size(); ++i) {
-        const bool isInner = i > 0 && i + 1 < line.size();
-        if (line[i] == '.')
+    if (std::ranges::none_of(line, isBlank) || line.find('.') != std::string_view::npos)
+        return false;
+    const auto isBetweenDigits = [line](std::size_t at) {
+        return at > 0 && at + 1 < line.size() && isDigit(line[at - 1]) && isDigit(line[at + 1]);
+    };
+    const auto first = line.find(',');
+    for (auto comma = first; comma != std::string_view::npos; comma = line.find(',', comma + 1))
+        if (!isBetweenDigits(comma))
             return false;
-        if (line[i] == ',') {
-            if (!isInner || !isDigit(line[i - 1]) || !isDigit(line[i + 1]))
-                return false;
-            hasComma = true;
-        }
-        isParted = isParted || (isBlank(line[i]) && isInner);
-    }
-    return isParted && hasComma;
+    return first != std::string_view::npos;
 }
 
 /// With decimal points.
 std::vector<std::string> columnsOf(std::string_view line) {
-    const bool decimalCommas = hasDecimalCommas(line);
+    const bool decimalCommas = hasDecimalCommas(trimmed(line));
     std::vector<std::string> columns;
     bool isNew = true;
     for (const char c : line) {

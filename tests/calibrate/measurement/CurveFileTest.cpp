@@ -96,7 +96,7 @@ TEST_F(CurveFileTest, commasBetweenDigitsMayBeDecimal) {
 }
 
 TEST_F(CurveFileTest, commasPartColumnsWhereNothingElseDoes) {
-    const auto points = read("20,5\n40,-1.5\n60, 2\n80.5, 3, 90\n").curve.points();
+    const auto points = read("  20,5  \n40,-1.5\n60, 2\n80.5, 3, 90\n").curve.points();
     ASSERT_EQ(points.size(), 4U);
     EXPECT_EQ(points[0].frequency, 20);
     EXPECT_EQ(points[0].level, 5);
