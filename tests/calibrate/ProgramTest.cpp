@@ -25,6 +25,19 @@ protected:
     std::vector<std::string> uploadCommand() const {
         return command({"upload", "--slot", "0", wav("a.wav", 48000, {{1, 0.5}, {1, 0.25}})});
     }
+
+    /// A signal in the middle of a transfer.
+    void expectNothingStoredAfter(int signal) {
+        device_.hold("SetCellFIIR");
+        Subprocess program(uploadCommand());
+        device_.awaitHeld();
+        program.signal(signal);
+
+        const auto result = program.wait();
+        EXPECT_EQ(result.exitCode, 128 + signal);
+        EXPECT_THAT(result.errors, HasSubstr("interrupted; nothing was stored"));
+        EXPECT_THAT(device_.stored(), IsEmpty());
+    }
 };
 
 TEST_F(ProgramTest, UploadsAFilter) {
@@ -44,15 +57,7 @@ TEST_F(ProgramTest, WritesErrorsAsOneLineToStandardError) {
 }
 
 TEST_F(ProgramTest, CtrlCEndsATransferAndNothingIsStored) {
-    device_.hold("SetCellFIIR");
-    Subprocess program(uploadCommand());
-    device_.awaitHeld();
-    program.signal(SIGINT);
-
-    const auto result = program.wait();
-    EXPECT_EQ(result.exitCode, kExitInterrupted);
-    EXPECT_THAT(result.errors, HasSubstr("interrupted; nothing was stored"));
-    EXPECT_THAT(device_.stored(), IsEmpty());
+    expectNothingStoredAfter(SIGINT);
 }
 
 TEST_F(ProgramTest, TerminationIsToldByTheExitCode) {
@@ -65,15 +70,7 @@ TEST_F(ProgramTest, TerminationIsToldByTheExitCode) {
 }
 
 TEST_F(ProgramTest, TheEndOfItsTerminalLeavesNothingHalfDone) {
-    device_.hold("SetCellFIIR");
-    Subprocess program(uploadCommand());
-    device_.awaitHeld();
-    program.signal(SIGHUP);
-
-    const auto result = program.wait();
-    EXPECT_EQ(result.exitCode, 128 + SIGHUP);
-    EXPECT_THAT(result.errors, HasSubstr("interrupted; nothing was stored"));
-    EXPECT_THAT(device_.stored(), IsEmpty());
+    expectNothingStoredAfter(SIGHUP);
 }
 
 TEST_F(ProgramTest, AResultThatNobodyReadsIsAFailure) {
