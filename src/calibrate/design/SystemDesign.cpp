@@ -5,6 +5,7 @@
 #include "calibrate/design/Deviation.h"
 #include "calibrate/design/Prediction.h"
 #include "calibrate/design/SpeakerDesign.h"
+#include "calibrate/measurement/Noise.h"
 
 #include <algorithm>
 #include <cmath>
@@ -26,13 +27,6 @@ constexpr double kAudible = 0.5;    // dB between the subwoofer and the others
 // Largest samples of a response.
 constexpr double kSilent = 1e-12;
 constexpr double kLoudest = 1e6;
-
-double peakOf(const std::vector<double>& samples) {
-    double peak = 0;
-    for (const double sample : samples)
-        peak = std::max(peak, std::abs(sample));
-    return peak;
-}
 
 /// Works on one system from its responses to its cells.
 class Designer {
@@ -90,7 +84,7 @@ private:
                 throw BadInput(speaker.name + ": the response is shorter than 10 ms");
             if (!std::ranges::all_of(response.samples, [](double x) { return std::isfinite(x); }))
                 throw BadInput(speaker.name + ": the response holds what is no number");
-            const double peak = peakOf(response.samples);
+            const double peak = measurement::largestSample(response.samples);
             if (peak < kSilent)
                 throw BadInput(speaker.name + ": the response is silent");
             if (peak > kLoudest)

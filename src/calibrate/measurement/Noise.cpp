@@ -31,6 +31,13 @@ double levelOf(std::span<const double> samples) {
     return 10 * std::log10(std::max(power(samples), 1e-30));
 }
 
+double largestSample(std::span<const double> samples) {
+    double peak = 0;
+    for (const double sample : samples)
+        peak = std::max(peak, std::abs(sample));
+    return peak;
+}
+
 std::vector<BandRatio> signalToNoise(std::span<const double> recording,
                                      std::span<const double> silence, double sampleRate,
                                      const LogSweep& sweep) {

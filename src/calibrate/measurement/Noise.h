@@ -10,6 +10,9 @@ namespace calibrate::measurement {
 /// Level of a signal's RMS, dB of full scale; -300 when it is silent or empty.
 double levelOf(std::span<const double> samples);
 
+/// Largest magnitude of a signal; 0 when it is empty.
+double largestSample(std::span<const double> samples);
+
 struct BandRatio {
     double frequency{0};  ///< Hz, the octave's middle
     double ratio{0};      ///< dB

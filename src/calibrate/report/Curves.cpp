@@ -113,13 +113,6 @@ bool isUsable(const ImpulseResponse& response) {
            std::ranges::all_of(response.samples, [](double x) { return std::isfinite(x); });
 }
 
-double peakOf(const ImpulseResponse& response) {
-    double peak = 0;
-    for (const double sample : response.samples)
-        peak = std::max(peak, std::abs(sample));
-    return peak;
-}
-
 Line waveform(const ImpulseResponse& response, double arrival, double fullScale) {
     Line line;
     if (fullScale <= 0)

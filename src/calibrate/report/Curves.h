@@ -21,9 +21,6 @@ bool isUsable(const measurement::ImpulseResponse& response);
 /// sample's extremes for each 1/600 of the width are kept.
 Line waveform(const measurement::ImpulseResponse& response, double arrival, double fullScale);
 
-/// Largest absolute sample.
-double peakOf(const measurement::ImpulseResponse& response);
-
 /// Envelope of the response: time in ms after the arrival (s), and dB below its largest value.
 Line energyTimeCurve(const measurement::ImpulseResponse& response, double arrival);
 

@@ -3,6 +3,7 @@
 #include "calibrate/Text.h"
 #include "calibrate/design/Deviation.h"
 #include "calibrate/measurement/Arrival.h"
+#include "calibrate/measurement/Noise.h"
 #include "calibrate/report/Curves.h"
 
 #include <algorithm>
@@ -18,7 +19,7 @@ using measurement::Verdict;
 constexpr std::size_t kLongestName = 60;  // characters
 
 std::optional<PowerSpectrum> spectrumOf(const ImpulseResponse& response) {
-    if (!isUsable(response) || peakOf(response) == 0)
+    if (!isUsable(response) || measurement::largestSample(response.samples) == 0)
         return std::nullopt;
     return PowerSpectrum(response.samples, response.sampleRate);
 }
@@ -45,7 +46,7 @@ std::optional<double> differenceOf(const SpeakerFigures& figures,
 }
 
 std::vector<DecayTime> decayOf(const ImpulseResponse& response) {
-    if (!isUsable(response) || peakOf(response) == 0)
+    if (!isUsable(response) || measurement::largestSample(response.samples) == 0)
         return {};
     return decayTimes(response, measurement::findArrival(response).time);
 }

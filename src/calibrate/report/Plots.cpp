@@ -4,6 +4,7 @@
 #include "calibrate/design/Deviation.h"
 #include "calibrate/design/LogGrid.h"
 #include "calibrate/measurement/Arrival.h"
+#include "calibrate/measurement/Noise.h"
 #include "calibrate/report/Chart.h"
 #include "calibrate/report/Curves.h"
 
@@ -183,7 +184,9 @@ private:
         chart.thin = true;
         forEachResponse([&](const ImpulseResponse& response, double arrival, const char* name,
                             const char* style) {
-            chart.series.push_back({name, style, waveform(response, arrival, peakOf(response))});
+            chart.series.push_back(
+                {name, style,
+                 waveform(response, arrival, measurement::largestSample(response.samples))});
         });
         return chart;
     }

@@ -38,10 +38,7 @@ std::vector<std::size_t> allSpeakers(const DeviceProfile& profile) {
 }
 
 double peakLevel(const std::vector<double>& samples) {
-    double peak = 0;
-    for (const double sample : samples)
-        peak = std::max(peak, std::abs(sample));
-    return 20 * std::log10(std::max(peak, 1e-15));
+    return 20 * std::log10(std::max(measurement::largestSample(samples), 1e-15));
 }
 
 /// A folder for a moment.
