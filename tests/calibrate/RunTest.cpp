@@ -133,7 +133,10 @@ TEST_F(RunTest, ANoAtAPositionKeepsWhatWasMeasured) {
 TEST_F(RunTest, ANoBeforeTheVerificationLeavesTheFilterInUse) {
     answerWith("y\ny\nn\n");
     EXPECT_EQ(calibrate({"--positions", "2"}), kExitOk) << errors();
-    EXPECT_THAT(errors(), HasSubstr("warning: The result is not verified."));
+    EXPECT_THAT(errors(),
+                HasSubstr("warning: The result is not verified: the microphone was not put "
+                          "back."));
+    EXPECT_THAT(report().at("warnings").dump(), HasSubstr("The result is not verified"));
     EXPECT_EQ(device_.activeSlot(), 0);
     EXPECT_TRUE(device_.mode().filtering());
 }

@@ -206,13 +206,17 @@ void Calibrator::verify() {
     if (isUncorrected(judged) && !options_.playCommand) {
         for (auto& speaker : calibration_.speakers)
             speaker.verification.reset();
-        calibration_.warnings.emplace_back(
-            "The result is not verified: this device keeps its correction off while it plays "
-            "stimuli. With --play a command that plays a sound file on it verifies the result.");
-        narrator_.warn(calibration_.warnings.back());
+        leaveUnverified(
+            "this device keeps its correction off while it plays stimuli. With --play a command "
+            "that plays a sound file on it verifies the result");
         return;
     }
     conclude();
+}
+
+void Calibrator::leaveUnverified(const std::string& why) {
+    calibration_.warnings.push_back("The result is not verified: " + why + ".");
+    narrator_.warn(calibration_.warnings.back());
 }
 
 void Calibrator::conclude() {

@@ -37,6 +37,8 @@ public:
     /// that keeps its correction off while it plays stimuli is warned of, and stays unverified.
     /// Throws VerificationFailed.
     void verify();
+    /// Warns that it was not verified, `why`, also in the report.
+    void leaveUnverified(const std::string& why);
     /// What the device uses now stays in use.
     void commit() { state_.keep(); }
     /// The filter stays stored, but what the device used before comes back.
